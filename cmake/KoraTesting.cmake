@@ -1,0 +1,18 @@
+# kora_add_gtest(NAME SOURCES src... [LIBS lib...])
+# One GoogleTest executable registered with CTest test by test. Tests run
+# with the per-user tree moved into the build folder and with Qt offscreen,
+# so no test touches the real home directory or needs a screen.
+function(kora_add_gtest name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
+  target_compile_definitions(${name} PRIVATE
+    KORA_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+    KORA_SHARED_DATA_DIR="${PROJECT_SOURCE_DIR}/../shared/data"
+    KORA_BIN_DIR="${KORA_BIN_DIR}")
+  gtest_discover_tests(${name}
+    DISCOVERY_TIMEOUT 60
+    PROPERTIES ENVIRONMENT "KORA_USER_ROOT=${CMAKE_BINARY_DIR}/test-home/${name};QT_QPA_PLATFORM=offscreen")
+endfunction()
+include(GoogleTest)
