@@ -1,0 +1,17 @@
+#pragma once
+
+#include "commandobject.h"
+
+// DGNATTACH and -DGNATTACH.
+class DgnAttachCommand : public dgn::CommandObject {
+public:
+    KORX_DECLARE_MEMBERS(DgnAttachCommand)
+    void setCommandLineMode(bool on) { m_commandLineMode = on; }
+    void run();
+};
+
+namespace dgn {
+// The attach flows. fileDia is the FILEDIA value the command read.
+void attachWithDialog(int fileDia);
+void attachAtCommandLine();
+}  // namespace dgn

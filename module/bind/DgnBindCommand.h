@@ -1,0 +1,18 @@
+#pragma once
+
+#include "commandobject.h"
+
+// DGNBIND (by selection) and -DGNBIND (by name).
+class DgnBindCommand : public dgn::CommandObject {
+public:
+    KORX_DECLARE_MEMBERS(DgnBindCommand)
+    // The selection variant keeps the default mode; only the name variant
+    // sets one.
+    void setCommandLineMode() { m_commandLineMode = true; }
+    void run();
+};
+
+namespace dgn {
+void bindBySelection();
+void bindByName();
+}  // namespace dgn

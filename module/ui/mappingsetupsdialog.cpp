@@ -1,0 +1,7 @@
+#include "mappingsetupsdialog.h"
+
+namespace dgn {
+
+void runMappingSetupsDialog() {}
+
+}  // namespace dgn

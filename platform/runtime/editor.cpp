@@ -1,0 +1,235 @@
+#include "kora/editor.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "kora/editorbackend.h"
+#include "kora/userpaths.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+KoEditorBackend* g_backend = nullptr;
+KoDrawingFolderFn g_drawingFolder = nullptr;
+
+// koedInitGet applies to the next keyword prompt only.
+struct PendingKeywords {
+    int flags = 0;
+    std::vector<KoString> local;
+    std::vector<KoString> global;
+};
+PendingKeywords g_pending;
+
+// Prints through the back end; without one (a module used outside a host)
+// output goes nowhere.
+void print(const KoString& text)
+{
+    if (g_backend) g_backend->print(text);
+}
+
+std::optional<KoString> readReply(const wchar_t* prompt, bool spacesAllowed)
+{
+    if (!g_backend) return std::nullopt;
+    return g_backend->readReply(prompt ? prompt : L"", spacesAllowed);
+}
+
+int copyOut(const KoString& text, wchar_t* result, size_t bufLen)
+{
+    if (!result || bufLen == 0) return KORTREJ;
+    const size_t n = std::min(static_cast<size_t>(text.length()), bufLen - 1);
+    std::wmemcpy(result, text.c_str(), n);
+    result[n] = 0;
+    return n < static_cast<size_t>(text.length()) ? KORTINPUTTRUNCATED : KORTNORM;
+}
+
+std::vector<KoString> splitWords(const KoString& text)
+{
+    std::vector<KoString> words;
+    KoString word;
+    for (int i = 0; i <= text.length(); ++i) {
+        const wchar_t ch = i < text.length() ? text.getAt(i) : L' ';
+        if (ch == L' ' || ch == L'\t') {
+            if (!word.isEmpty()) words.push_back(word);
+            word.empty();
+        } else {
+            word += ch;
+        }
+    }
+    return words;
+}
+
+enum class Match { Found, NotFound, Ambiguous };
+
+// Finds a reply among keywords: an exact match (ignoring case) wins,
+// otherwise the reply must be the beginning of exactly one keyword.
+Match matchKeyword(const std::vector<KoString>& keywords, const KoString& reply, size_t& index)
+{
+    for (size_t i = 0; i < keywords.size(); ++i)
+        if (keywords[i].equalsNoCase(reply)) { index = i; return Match::Found; }
+    size_t hits = 0;
+    for (size_t i = 0; i < keywords.size(); ++i)
+        if (keywords[i].length() > reply.length() && keywords[i].left(reply.length()).equalsNoCase(reply)) {
+            if (hits == 0 || !keywords[i].equalsNoCase(keywords[index])) ++hits;
+            index = i;
+        }
+    return hits == 0 ? Match::NotFound : (hits == 1 ? Match::Found : Match::Ambiguous);
+}
+
+bool fileExists(const KoString& path)
+{
+    std::error_code ec;
+    return !path.isEmpty() && fs::is_regular_file(path.toUtf8(), ec);
+}
+
+}  // namespace
+
+KoEditorBackend::~KoEditorBackend() = default;
+
+KoEditorBackend* koraSetEditorBackend(KoEditorBackend* backend)
+{
+    KoEditorBackend* previous = g_backend;
+    g_backend = backend;
+    return previous;
+}
+
+KoEditorBackend* koraEditorBackend() { return g_backend; }
+
+void koraSetDrawingFolderSource(KoDrawingFolderFn source) { g_drawingFolder = source; }
+
+koresbuf* koutNewRb(short type)
+{
+    auto* rb = new koresbuf;
+    rb->restype = type;
+    if (type == KORTSTR) rb->resval.rstring = nullptr;
+    return rb;
+}
+
+int koutRelRb(koresbuf* chain)
+{
+    while (chain) {
+        koresbuf* next = chain->rbnext;
+        if (chain->restype == KORTSTR) std::free(chain->resval.rstring);
+        delete chain;
+        chain = next;
+    }
+    return KORTNORM;
+}
+
+int koedGetString(int cronly, const wchar_t* prompt, wchar_t* result, size_t bufLen)
+{
+    if (!result || bufLen == 0) return KORTREJ;
+    const std::optional<KoString> reply = readReply(prompt, cronly != 0);
+    if (!reply) {
+        result[0] = 0;
+        return KORTCAN;
+    }
+    return copyOut(*reply, result, bufLen);
+}
+
+int koedInitGet(int flags, const wchar_t* keywordList)
+{
+    g_pending = {};
+    g_pending.flags = flags;
+    const std::vector<KoString> words = splitWords(keywordList ? keywordList : L"");
+    bool afterUnderscore = false;
+    for (const KoString& w : words) {
+        if (!afterUnderscore && w.getAt(0) == L'_') {
+            afterUnderscore = true;
+            if (w.length() > 1) g_pending.global.push_back(w.mid(1));
+        } else if (afterUnderscore) {
+            g_pending.global.push_back(w);
+        } else {
+            g_pending.local.push_back(w);
+        }
+    }
+    if (!afterUnderscore) g_pending.global = g_pending.local;
+    // A list with fewer global names than local ones keeps the local name
+    // for the rest, so every keyword has an answer.
+    for (size_t i = g_pending.global.size(); i < g_pending.local.size(); ++i) g_pending.global.push_back(g_pending.local[i]);
+    return KORTNORM;
+}
+
+int koedGetKword(const wchar_t* prompt, wchar_t* result, size_t bufLen)
+{
+    const PendingKeywords keywords = std::move(g_pending);
+    g_pending = {};
+    if (!result || bufLen == 0) return KORTREJ;
+    result[0] = 0;
+    for (;;) {
+        const std::optional<KoString> reply = readReply(prompt, false);
+        if (!reply) return KORTCAN;
+        const KoString text = reply->trimmed();
+        if (text.isEmpty()) {
+            if (keywords.flags & KORSG_NONULL) continue;
+            return KORTNONE;
+        }
+        size_t index = 0;
+        const bool wantsGlobal = text.getAt(0) == L'_' && text.length() > 1;
+        const Match m = wantsGlobal ? matchKeyword(keywords.global, text.mid(1), index)
+                                    : matchKeyword(keywords.local, text, index);
+        if (m == Match::Found) return copyOut(keywords.global[index], result, bufLen);
+        print(m == Match::Ambiguous ? L"\nAmbiguous response, please clarify..." : L"\nInvalid option keyword.");
+    }
+}
+
+int koedPrompt(const wchar_t* message)
+{
+    print(message ? message : L"");
+    return KORTNORM;
+}
+
+int koutPrintf(const wchar_t* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const KoString text = KoString::formatV(format, args);
+    va_end(args);
+    print(text);
+    return KORTNORM;
+}
+
+int koedFindFile(const wchar_t* fileName, wchar_t* result, size_t bufLen)
+{
+    if (!fileName || !*fileName || !result || bufLen == 0) return KORTERROR;
+    const KoString name(fileName);
+    std::vector<KoString> candidates{name};
+    if (name.getAt(0) != L'/') {
+        if (g_drawingFolder) {
+            const KoString folder = g_drawingFolder();
+            if (!folder.isEmpty()) candidates.push_back(folder + L"/" + name);
+        }
+        wchar_t support[1024] = {};
+        if (GetUserApplicationDataSupportPath(support, 1024)) candidates.push_back(KoString(support) + name);
+        if (const char* extra = std::getenv("KORA_SUPPORT_PATH")) {
+            KoString folders = KoString::fromUtf8(extra);
+            for (int start = 0; start <= folders.length();) {
+                int end = folders.find(L':', start);
+                if (end == KoString::npos) end = folders.length();
+                if (end > start) candidates.push_back(folders.mid(start, end - start) + L"/" + name);
+                start = end + 1;
+            }
+        }
+    }
+    for (const KoString& c : candidates) {
+        if (!fileExists(c)) continue;
+        std::error_code ec;
+        const KoString full = KoString::fromUtf8(fs::absolute(c.toUtf8(), ec).lexically_normal().string());
+        return copyOut(full, result, bufLen) == KORTNORM ? KORTNORM : KORTERROR;
+    }
+    result[0] = 0;
+    return KORTERROR;
+}
+
+int koedTextScr()
+{
+    if (g_backend) g_backend->showTextScreen();
+    return KORTNORM;
+}
+
+int koedHelp(const wchar_t* helpFile, const wchar_t* topic, int)
+{
+    return g_backend && g_backend->showHelp(helpFile ? helpFile : L"", topic ? topic : L"") ? KORTNORM : KORTERROR;
+}
