@@ -404,6 +404,7 @@ unsigned copyList(const std::vector<std::wstring>& names, wchar_t* buffer, unsig
     if (list.size() + 1 <= size) {
         std::copy_n(list.data(), list.size(), buffer);
         buffer[list.size()] = 0;
+        if (list.empty() && size > 1) buffer[1] = 0;  // an empty list reads as "\0\0" too
         return static_cast<unsigned>(list.size());
     }
     if (size < 2) {
