@@ -42,7 +42,6 @@ std::vector<std::string> searchFolders()
 {
     std::vector<std::string> folders;
     if (!kora::detail::loadingModuleFolder().empty()) folders.push_back(kora::detail::loadingModuleFolder());
-    folders.push_back(kora::detail::executableFolder());
     if (const char* extra = std::getenv("KORA_RESOURCE_PATH")) {
         std::string list(extra);
         size_t start = 0;

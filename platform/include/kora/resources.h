@@ -27,8 +27,9 @@ using KoResourceStringsFn = const KoResourceString* (*)(size_t* count);
 #define KORA_RESOURCE_STRINGS_SYMBOL "koraResourceStrings"
 
 // Finds and loads a resource library by file name. A bare name is searched
-// in the folder of the module being loaded, then in the host's own folder,
-// then in the folders of KORA_RESOURCE_PATH (':'-separated). A name with a
+// in the folder of the module being loaded, then in the folders of
+// KORA_RESOURCE_PATH (':'-separated); never elsewhere, so a module cannot
+// pick up another installation's library of the same name. A name with a
 // "/" is loaded from that path only. Answers null when nothing was found or
 // the library has no string table. Handles stay valid for the process.
 KORA_API KoInstanceHandle LoadResourceDll(const wchar_t* fileName);

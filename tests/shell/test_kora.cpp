@@ -1,0 +1,61 @@
+// The kora executable, run as a user runs it.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+struct KoraRun {
+    int status;
+    std::string output;
+};
+
+KoraRun kora(const std::string& arguments, const std::string& input = "")
+{
+    const std::string command = "cd " KORA_SOURCE_DIR " && printf '" + input + "' | " KORA_BIN_DIR "/kora " + arguments + " 2>&1";
+    KoraRun run{-1, {}};
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return run;
+    std::array<char, 4096> buf{};
+    size_t n = 0;
+    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) run.output.append(buf.data(), n);
+    const int raw = pclose(pipe);
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return run;
+}
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+}  // namespace
+
+TEST(KoraExecutable, RunsTheExampleScriptWithTheModuleLoaded)
+{
+    const KoraRun run = kora("--script examples/hello.scr");
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_TRUE(contains(run.output, "KRX_DGN:")) << run.output;
+    EXPECT_TRUE(contains(run.output, "  -DGNATTACH")) << run.output;
+    EXPECT_TRUE(contains(run.output, "FILEDIA = 0")) << run.output;
+}
+
+TEST(KoraExecutable, AScriptThatCannotBeReadFailsTheRun)
+{
+    const KoraRun run = kora("--script no/such/file.scr");
+    EXPECT_NE(run.status, 0);
+    EXPECT_TRUE(contains(run.output, "cannot read script file")) << run.output;
+    EXPECT_NE(kora("--bogus").status, 0);
+}
+
+TEST(KoraExecutable, ReadsPipedCommandsAndModulesByPath)
+{
+    const KoraRun run = kora("--no-autoload", "HELP\\nAPPLOAD " KORA_BIN_DIR "/DgnCommands.krx\\nHELP\\nQUIT\\nHELP\\n");
+    EXPECT_EQ(run.status, 0) << run.output;
+    // Before APPLOAD the module's commands are unknown; QUIT ends the run.
+    const size_t loaded = run.output.find("loaded.");
+    ASSERT_NE(loaded, std::string::npos) << run.output;
+    EXPECT_EQ(run.output.find("KRX_DGN:"), run.output.find("KRX_DGN:", loaded));
+    EXPECT_EQ(run.output.rfind("Command: HELP"), run.output.find("Command: HELP", loaded));
+}
