@@ -465,13 +465,21 @@ std::mutex& profileMutex()
 }
 
 // The cache entry of a file name, or null for a name that cannot name a
-// file. Relative names are made absolute so that one file has one entry.
+// file. Relative names are made absolute so that one file has one entry;
+// absolute names, which do not depend on the working folder, are also
+// remembered as given, which spares every later call the normalisation.
 KoProfileFile* cachedFile(const wchar_t* fileName)
 {
     static auto* files = new std::unordered_map<std::string, std::unique_ptr<KoProfileFile>>;
+    static auto* absoluteNames = new std::unordered_map<std::wstring, KoProfileFile*>;
     if (!fileName || !*fileName) return nullptr;
+    const bool absolute = fileName[0] == L'/';
+    if (absolute) {
+        const auto known = absoluteNames->find(fileName);
+        if (known != absoluteNames->end()) return known->second;
+    }
     std::filesystem::path path(KoString(fileName).toUtf8());
-    if (path.is_relative()) {
+    if (!absolute) {
         std::error_code ec;
         const std::filesystem::path cwd = std::filesystem::current_path(ec);
         if (ec) return nullptr;
@@ -484,6 +492,7 @@ KoProfileFile* cachedFile(const wchar_t* fileName)
         entry = std::make_unique<KoProfileFile>();
         entry->path = path.string();
     }
+    if (absolute) absoluteNames->emplace(fileName, entry.get());
     return entry.get();
 }
 
