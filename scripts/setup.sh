@@ -9,6 +9,7 @@ packages=(
   libedit-dev
   gdal-bin python3-gdal python3-ezdxf
   clang libclang-rt-14-dev
+  clang-16 libclang-rt-16-dev
 )
 missing=()
 for p in "${packages[@]}"; do
