@@ -288,6 +288,7 @@ Element decodeElement(std::span<const std::byte> bytes, bool is3d, std::string* 
     }
 
     std::size_t bodyEnd = bytes.size();
+    bool badAttributeIndex = false;
     if (hasDisplayHeader(h.type) && bytes.size() >= BodyOffset) {
         Range r;
         r.low = {rangeFromStored(in.int32(RangeOffset)), rangeFromStored(in.int32(RangeOffset + 4)),
@@ -303,8 +304,8 @@ Element decodeElement(std::span<const std::byte> bytes, bool is3d, std::string* 
             if (at >= BodyOffset && at <= bytes.size()) {
                 bodyEnd = at;
                 h.attributes = in.bytes(at, bytes.size() - at);
-            } else if (problem) {
-                *problem = "attribute index points outside the element; linkages ignored";
+            } else {
+                badAttributeIndex = true;
             }
         }
     } else if (hasDisplayHeader(h.type)) {
@@ -320,6 +321,9 @@ Element decodeElement(std::span<const std::byte> bytes, bool is3d, std::string* 
                 + " bytes); kept as raw bytes";
         return element;
     }
+    // Types without a record may use the attribute index for something else.
+    if (badAttributeIndex && problem && !std::holds_alternative<RawBody>(body))
+        *problem = "attribute index points outside the element; linkages ignored";
     element.body = std::move(body);
     return element;
 }

@@ -114,18 +114,14 @@ std::expected<Reader, ReadError> Reader::open(std::span<const std::byte> file)
     case FileKind::V7Design3d:
         break;
     }
-    // The signature promises a TCB first; it must be whole to be of use.
-    const std::size_t tcbBytes = HeaderSize + 2 * std::size_t{decodeWord(file.subspan<2, 2>())};
-    if (tcbBytes < TcbMinimumBytes)
-        return std::unexpected(makeError(ReadError::Code::BadDesignHeader,
-                                         "design header too short: the TCB has " + std::to_string(tcbBytes)
-                                             + " bytes, at least " + std::to_string(TcbMinimumBytes) + " are needed"));
-    if (tcbBytes > file.size())
+    // The signature is the header of a whole TCB (766 words follow), which
+    // must be in the file to be of use.
+    if (TcbBytes > file.size())
         return std::unexpected(makeError(ReadError::Code::Truncated,
-                                         "truncated design header: the TCB needs " + std::to_string(tcbBytes)
+                                         "truncated design header: the TCB needs " + std::to_string(TcbBytes)
                                              + " bytes, the file has " + std::to_string(file.size())));
     Reader reader(file);
-    const Element tcbElement = decodeElement(file.first(tcbBytes), false);
+    const Element tcbElement = decodeElement(file.first(TcbBytes), false);
     const Tcb& tcb = std::get<Tcb>(tcbElement.body);
     reader.m_info.kind = kind;
     reader.m_info.is3d = tcb.is3d;

@@ -11,7 +11,7 @@
 // convenience that collects every element.
 //
 // Faults: a fault in the file's structure (an element running past the end
-// of the file, a truncated element header, a missing or short TCB) stops
+// of the file, a truncated element header, a TCB cut short) stops
 // reading with a ReadError that says what, at which byte offset and which
 // element index. A fault inside one element (too short for its type, counts
 // that do not fit, components without their header) keeps the element as a
@@ -49,7 +49,6 @@ struct ReadError {
         UnsupportedV8,   // a V8 compound document
         CellLibrary,     // a cell library, not a design
         FileAccess,      // the file could not be opened or read
-        BadDesignHeader, // no usable TCB
         Truncated,       // an element header or body runs past the end of the file
     };
     Code code = Code::NotDgn;
