@@ -1,0 +1,264 @@
+#include "mapping/DgnSetupFile.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "kora/profile.h"
+#include "kora/userpaths.h"
+
+namespace dgn {
+
+namespace {
+
+// The classic listing and value buffers are 2046 characters: longer values
+// are cut to 2045 and section names past that much text are not seen.
+constexpr unsigned kBufferSize = 2046;
+
+// The four tables of a setup as the file spells them.
+struct TableKeys {
+    const wchar_t* countKey;
+    const wchar_t* dgnPrefix;
+    const wchar_t* dwgPrefix;
+    DgnMappingTable DgnMappingSetup::*table;
+    int DgnMappingSetup::*count;
+};
+
+constexpr TableKeys kTables[] = {
+    {L"LayerCount", L"DGNLevel", L"DWGLayer", &DgnMappingSetup::layerMap, &DgnMappingSetup::layerCount},
+    {L"LTCount", L"DGNLStyle", L"DWGLType", &DgnMappingSetup::lineTypeMap, &DgnMappingSetup::lineTypeCount},
+    {L"LWCount", L"DGNLWeight", L"DWGLWeight", &DgnMappingSetup::lineWeightMap, &DgnMappingSetup::lineWeightCount},
+    {L"ColorCount", L"DGNColor", L"DWGColor", &DgnMappingSetup::colorMap, &DgnMappingSetup::colorCount},
+};
+
+std::wstring indexedKey(const wchar_t* prefix, int index) { return prefix + std::to_wstring(index); }
+
+KoString readText(const KoString& section, const wchar_t* key, wchar_t* buffer)
+{
+    koGetPrivateProfileString(section, key, L"", buffer, kBufferSize, dgnSetupFilePath());
+    return KoString(buffer);
+}
+
+int readInt(const KoString& section, const wchar_t* key, int defaultValue)
+{
+    return static_cast<int>(koGetPrivateProfileInt(section, key, defaultValue, dgnSetupFilePath()));
+}
+
+// A zero-separated list ("a\0b\0\0") as names.
+std::vector<KoString> splitList(const wchar_t* list)
+{
+    std::vector<KoString> names;
+    for (const wchar_t* p = list; *p; p += names.back().length() + 1) names.emplace_back(p);
+    return names;
+}
+
+// A section's key names, however many there are.
+std::vector<KoString> allKeyNames(const KoString& section)
+{
+    std::vector<wchar_t> buffer(16384);
+    for (;;) {
+        const unsigned size = static_cast<unsigned>(buffer.size());
+        // A list that does not fit answers size - 2.
+        if (koGetPrivateProfileString(section, nullptr, L"", buffer.data(), size, dgnSetupFilePath()) + 2 < size)
+            return splitList(buffer.data());
+        buffer.resize(buffer.size() * 4);
+    }
+}
+
+// The index of a key "<prefix><decimal>", with the prefix compared as the
+// file compares key names (without regard to case), or -1 for any other
+// key. Leading zeros do not name an index: "DGNLevel07" is not index 7.
+int keyIndex(std::wstring_view key, std::wstring_view prefix)
+{
+    if (key.size() <= prefix.size()) return -1;
+    for (size_t i = 0; i < prefix.size(); ++i) {
+        if (koToUpper(key[i]) != koToUpper(prefix[i])) return -1;
+    }
+    const std::wstring_view digits = key.substr(prefix.size());
+    if (digits.size() > 9 || (digits.size() > 1 && digits.front() == L'0')) return -1;
+    int index = 0;
+    for (wchar_t ch : digits) {
+        if (ch < L'0' || ch > L'9') return -1;
+        index = index * 10 + (ch - L'0');
+    }
+    return index;
+}
+
+// For each table, one past the highest index any of its keys has in the
+// section. Indexes from there on read as an empty pair, so a damaged count
+// of two billion costs no more than the keys that are really there.
+std::array<int, std::size(kTables)> indexesPresent(const std::vector<KoString>& keys)
+{
+    std::array<int, std::size(kTables)> ends{};
+    for (const KoString& key : keys) {
+        for (size_t t = 0; t < ends.size(); ++t) {
+            const int index = std::max(keyIndex(key.view(), kTables[t].dgnPrefix), keyIndex(key.view(), kTables[t].dwgPrefix));
+            ends[t] = std::max(ends[t], index + 1);
+        }
+    }
+    return ends;
+}
+
+// Reads one table of a setup. Each index gives a pair; a missing key reads
+// as empty text; a source already in the table keeps its first target.
+void readTable(DgnMappingSetup& setup, const TableKeys& table, int indexEnd, wchar_t* buffer)
+{
+    const int count = setup.*table.count;
+    if (count <= 0) return;
+    const bool import = setup.isImport != 0;
+    const wchar_t* sourcePrefix = import ? table.dgnPrefix : table.dwgPrefix;
+    const wchar_t* targetPrefix = import ? table.dwgPrefix : table.dgnPrefix;
+    DgnMappingTable& map = setup.*table.table;
+    const int present = std::min(count, indexEnd);
+    for (int i = 0; i < present; ++i) {
+        KoString source = readText(setup.section, indexedKey(sourcePrefix, i).c_str(), buffer);
+        map.emplace(std::move(source), readText(setup.section, indexedKey(targetPrefix, i).c_str(), buffer));
+    }
+    if (count > present) map.emplace(KoString(), KoString());
+}
+
+// The setup of one section, or nothing when the section has no name.
+bool readSetup(const KoString& section, DgnMappingSetup& setup, wchar_t* buffer)
+{
+    setup.name = readText(section, L"Name", buffer);
+    if (setup.name.isEmpty()) return false;
+    setup.section = section;
+    setup.isImport = readInt(section, L"isImport", -1);
+    setup.description = readText(section, L"Description", buffer);
+    for (const TableKeys& table : kTables) setup.*table.count = readInt(section, table.countKey, -1);
+    const bool anyPairs = std::any_of(std::begin(kTables), std::end(kTables),
+                                      [&](const TableKeys& t) { return setup.*t.count > 0; });
+    if (!anyPairs) return true;
+    const auto indexEnds = indexesPresent(allKeyNames(section));
+    for (size_t t = 0; t < std::size(kTables); ++t) readTable(setup, kTables[t], indexEnds[t], buffer);
+    return true;
+}
+
+// The file keeps one line per value: line breaks (which only a dialog can
+// put into a name or description) are stored as blanks rather than losing
+// the whole value.
+KoString oneLine(const KoString& text)
+{
+    if (text.findOneOf(L"\r\n") < 0) return text;
+    KoString line = text;
+    line.replace(L"\r\n", L" ");
+    line.replace(L'\r', L' ');
+    line.replace(L'\n', L' ');
+    return line;
+}
+
+void writeText(const KoString& section, const wchar_t* key, const KoString& value)
+{
+    koWritePrivateProfileString(section, key, oneLine(value), dgnSetupFilePath());
+}
+
+void writeSetup(const KoString& section, const DgnMappingSetup& setup)
+{
+    writeText(section, L"Name", setup.name);
+    writeText(section, L"isImport", std::to_wstring(setup.isImport));
+    writeText(section, L"Description", setup.description);
+    for (const TableKeys& table : kTables)
+        writeText(section, table.countKey, std::to_wstring((setup.*table.table).size()));
+    const bool import = setup.isImport != 0;
+    for (const TableKeys& table : kTables) {
+        const wchar_t* sourcePrefix = import ? table.dgnPrefix : table.dwgPrefix;
+        const wchar_t* targetPrefix = import ? table.dwgPrefix : table.dgnPrefix;
+        int i = 0;
+        for (const auto& [source, target] : setup.*table.table) {
+            writeText(section, indexedKey(sourcePrefix, i).c_str(), source);
+            writeText(section, indexedKey(targetPrefix, i).c_str(), target);
+            ++i;
+        }
+    }
+}
+
+// True when the section holds a setup this store does not know: one whose
+// section name did not fit in the listing, or one another process added
+// since the store was read. Writing over it would lose that setup.
+bool holdsUnknownSetup(const DgnMappingSetupStore& store, const KoString& section, wchar_t* buffer)
+{
+    const KoString name = readText(section, L"Name", buffer);
+    return !name.isEmpty() && !isStandardSetupName(name) && !store.find(name);
+}
+
+}  // namespace
+
+const KoString& dgnSetupFilePath()
+{
+    // Without a support folder the path stays empty, which the platform's
+    // functions treat as no file: nothing is read and nothing is written,
+    // rather than a file appearing in whatever folder is current.
+    static const KoString path = [] {
+        wchar_t folder[1024] = {};
+        if (!GetUserApplicationDataSupportPath(folder, 1024)) return KoString();
+        return KoString(folder) + L"DgnSetups.ini";
+    }();
+    return path;
+}
+
+std::vector<KoString> setupFileSectionNames()
+{
+    wchar_t buffer[kBufferSize] = {};
+    koGetPrivateProfileString(nullptr, nullptr, L"", buffer, kBufferSize, dgnSetupFilePath());
+    return splitList(buffer);
+}
+
+void loadMappingSetups(DgnMappingSetupStore& store)
+{
+    store.clear();
+    store.insert(standardMappingSetup());
+    std::vector<wchar_t> buffer(kBufferSize);
+    for (const KoString& section : setupFileSectionNames()) {
+        if (section.find(L"MappingSetup") < 0) continue;
+        DgnMappingSetup setup;
+        if (readSetup(section, setup, buffer.data())) store.insert(setup);
+    }
+}
+
+void saveMappingSetups(DgnMappingSetupStore& store)
+{
+    KoProfileBatch batch(dgnSetupFilePath());
+    std::vector<wchar_t> buffer(kBufferSize);
+    int number = 0;
+    for (auto& [key, setup] : store) {
+        if (isStandardSetupName(setup.name)) continue;
+        KoString section;
+        do section = L"MappingSetup" + std::to_wstring(++number);
+        while (holdsUnknownSetup(store, section, buffer.data()));
+        writeSetup(section, setup);
+        setup.section = section;
+    }
+}
+
+void removeSetupSection(const KoString& section)
+{
+    if (!section.isEmpty()) koWritePrivateProfileSection(section, nullptr, dgnSetupFilePath());
+}
+
+bool deleteMappingSetup(DgnMappingSetupStore& store, const KoString& name)
+{
+    const DgnMappingSetup* setup = store.find(name);
+    if (!setup) return false;
+    removeSetupSection(setup->section);
+    store.erase(name);
+    return true;
+}
+
+bool renameMappingSetup(DgnMappingSetupStore& store, const KoString& oldName, const KoString& newName)
+{
+    const DgnMappingSetup* setup = store.find(oldName);
+    if (!setup) return false;
+    // Renaming onto another setup's name would drop one of the two from the
+    // store and leave two sections of one name in the file.
+    const bool sameKey = DgnMappingSetupStore::keyOf(oldName) == DgnMappingSetupStore::keyOf(newName);
+    if (!sameKey && store.find(newName)) return false;
+    DgnMappingSetup renamed = *setup;
+    renamed.name = newName;
+    store.erase(oldName);
+    store.insert(renamed);
+    if (!renamed.section.isEmpty()) writeText(renamed.section, L"Name", newName);
+    return true;
+}
+
+}  // namespace dgn

@@ -1,0 +1,44 @@
+// The setup store file "DgnSetups.ini" in the per-user support folder: the
+// mapping setups, one section each, and the two translation settings
+// sections. It is read and written only through the platform's
+// initialisation-file functions, one key at a time.
+#pragma once
+
+#include <vector>
+
+#include "kora/kostring.h"
+#include "mapping/DgnMappingSetup.h"
+
+namespace dgn {
+
+// The file's full path, computed on first use and kept for the module's
+// lifetime.
+const KoString& dgnSetupFilePath();
+
+// The section names of the file as the classic fixed-size listing sees
+// them: in file order, only as many as fit in 2046 characters.
+std::vector<KoString> setupFileSectionNames();
+
+// Empties the store, inserts the standard setup and reads every setup
+// section of the file after it. Used both to load and to reload a store.
+void loadMappingSetups(DgnMappingSetupStore& store);
+
+// Writes every setup except the standard one into sections
+// "MappingSetup1", "MappingSetup2", ... in store order, as one update of
+// the file, and records each setup's new section in the store. Nothing is
+// erased: keys and sections the write does not touch keep their values.
+void saveMappingSetups(DgnMappingSetupStore& store);
+
+// Removes one section of the file whole. An empty name removes nothing.
+void removeSetupSection(const KoString& section);
+
+// Removes the named setup's section from the file and the setup from the
+// store; false when the store has no setup of that name.
+bool deleteMappingSetup(DgnMappingSetupStore& store, const KoString& name);
+
+// Renames a setup in the store and writes the new "Name" into its section,
+// which keeps its number. False, with nothing changed, when the store has
+// no setup under the old name or another setup already has the new name.
+bool renameMappingSetup(DgnMappingSetupStore& store, const KoString& oldName, const KoString& newName);
+
+}  // namespace dgn
