@@ -1,0 +1,100 @@
+// Internals of the drawing database shared by its sources and the DXF
+// reader and writer. Not part of the SDK.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "kora/db/database.h"
+#include "kora/db/entities.h"
+
+// First line of every setter: objects change only while open for write
+// (or before they join a database).
+#define KODB_WRITE_GUARD() \
+    if (const auto es_ = assertWriteEnabled(); es_ != Kora::eOk) return es_
+
+// The permanent slot of one object: ids point here, so an id outlives its
+// object being erased and can be made before the object is read.
+struct KoDbStub {
+    KoDbDatabase* database = nullptr;
+    KoDbObject* object = nullptr;
+    uint64_t handle = 0;
+};
+
+struct KoDbObject::Extra {
+    std::vector<KoDbStub*> reactors;
+    KoDbStub* extensionDictionary = nullptr;
+    KoDbDxfTags xdata;
+    KoDbDxfTags preserved;
+};
+
+struct KoDbDatabase::Impl {
+    KoDbDatabase* self = nullptr;
+    std::deque<KoDbStub> stubs;
+    std::unordered_map<uint64_t, KoDbStub*> byHandle;
+    uint64_t handseed = 1;
+    int openCount = 0;
+
+    KoDbObjectId blockTable, layerTable, linetypeTable, styleTable, dimstyleTable, appidTable, vportTable, viewTable,
+        ucsTable, namedObjects;
+
+    int insunits = 0;
+    int measurement = 1;
+    bool tilemode = true;
+    KoDbObjectId clayer, celtype;
+    KoCmColor cecolor;
+    KoDb::LineWeight celweight = KoDb::kLnWtByLayer;
+    double celtscale = 1.0, ltscale = 1.0;
+    KoGePoint3d extmin {1e20, 1e20, 1e20}, extmax {-1e20, -1e20, -1e20};
+
+    // Header variables without a property, in file order.
+    std::vector<std::pair<std::string, KoDbDxfTags>> headerVars;
+    // The CLASSES section as read.
+    std::vector<KoDbDxfRecord> classes;
+    // Sections the database does not know (THUMBNAILIMAGE, ACDSDATA, ...).
+    std::vector<std::pair<std::string, KoDbDxfTags>> otherSections;
+    KoString filename;
+
+    ~Impl();
+    KoDbStub* newStub(uint64_t handle);
+    KoDbStub* stubFor(uint64_t handle);  // made on demand
+};
+
+// Privileged access for the database's own code.
+struct KoDbAccess {
+    static KoDbDatabase::Impl& impl(const KoDbDatabase& db) { return *db.m_impl; }
+    static KoDbStub* stub(const KoDbObject* o) { return o->m_stub; }
+    static KoDbObject::Extra* extra(const KoDbObject* o) { return o->m_extra; }
+    static KoDbObject::Extra& extra(KoDbObject* o) { return o->extra(); }
+    static void setOwnerStub(KoDbObject* o, KoDbStub* owner) { o->m_owner = owner; }
+    static KoDbStub* ownerStub(const KoDbObject* o) { return o->m_owner; }
+    static void setErased(KoDbObject* o, bool erased) { o->m_erased = erased; }
+    // Lets the database's own code change an object it holds without the
+    // open protocol (files being read, nothing open yet).
+    static void setWriteEnabled(KoDbObject* o, bool on) { o->m_writer = on; }
+    static int openCount(const KoDbObject* o) { return o->m_writer ? 1 : o->m_readers; }
+    // Places a new object into a database; with openForWrite it comes back
+    // open for write (counted), as objects added by callers do.
+    static Kora::ErrorStatus add(KoDbDatabase& db, KoDbObject* o, KoDbStub* owner, bool openForWrite,
+                                 uint64_t handle = 0);
+    static void appended(KoDbEntity* e) { e->subAppended(); }
+    static void swap(KoDbDatabase& a, KoDbDatabase& b);
+};
+
+// Object of an id without opening it (the database's own code only).
+template <class T>
+T* kodbPeek(KoDbObjectId id)
+{
+    return id.stub() && id.stub()->object ? T::cast(id.stub()->object) : nullptr;
+}
+
+// Where the DXF writer sends its text.
+struct KoDbDxfSink {
+    virtual ~KoDbDxfSink() = default;
+    virtual bool write(const char* data, size_t size) = 0;
+};
+// eFileWriteError when the sink refuses data.
+Kora::ErrorStatus kodbWriteDxfTo(const KoDbDatabase& database, KoDbDxfSink& sink);

@@ -1,0 +1,329 @@
+#include "kora/db/object.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cwchar>
+
+#include "dbimpl.h"
+
+namespace {
+
+// Open objects of every database; a test host checks it after each command.
+std::atomic<int> g_openObjects {0};
+
+void countOpen(KoDbStub* stub, int delta)
+{
+    g_openObjects += delta;
+    if (stub && stub->database) KoDbAccess::impl(*stub->database).openCount += delta;
+}
+
+// Persistent reactors travel as tagged stub pointers so that they can share
+// one list type with transient ones.
+void* encodeReactor(KoDbStub* stub) { return reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(stub) | 1u); }
+
+}  // namespace
+
+// ---- handles and ids --------------------------------------------------
+
+KoDbHandle KoDbHandle::fromText(const wchar_t* text)
+{
+    if (!text || !*text) return {};
+    uint64_t value = 0;
+    int digits = 0;
+    for (const wchar_t* p = text; *p; ++p, ++digits) {
+        int v;
+        if (*p >= L'0' && *p <= L'9') v = *p - L'0';
+        else if (*p >= L'a' && *p <= L'f') v = *p - L'a' + 10;
+        else if (*p >= L'A' && *p <= L'F') v = *p - L'A' + 10;
+        else return {};
+        if (digits >= 16) return {};
+        value = value << 4 | static_cast<uint64_t>(v);
+    }
+    return KoDbHandle(value);
+}
+
+KoString KoDbHandle::ascii() const
+{
+    wchar_t buf[20];
+    std::swprintf(buf, 20, L"%llX", static_cast<unsigned long long>(m_value));
+    return KoString(buf);
+}
+
+const KoDbObjectId KoDbObjectId::kNull;
+
+bool KoDbObjectId::isValid() const { return m_stub && m_stub->object && !m_stub->object->isErased(); }
+bool KoDbObjectId::isErased() const { return m_stub && m_stub->object && m_stub->object->isErased(); }
+KoDbHandle KoDbObjectId::handle() const { return KoDbHandle(m_stub ? m_stub->handle : 0); }
+KoDbDatabase* KoDbObjectId::database() const { return m_stub ? m_stub->database : nullptr; }
+const KoRxClass* KoDbObjectId::objectClass() const { return m_stub && m_stub->object ? m_stub->object->isA() : nullptr; }
+
+// ---- objects ------------------------------------------------------------
+
+KORX_DEFINE_MEMBERS(KoDbObject, KoRxObject)
+
+KoDbObject::KoDbObject() = default;
+KoDbObject::~KoDbObject() { delete m_extra; }
+
+KoDbObject::Extra& KoDbObject::extra()
+{
+    if (!m_extra) m_extra = new Extra;
+    return *m_extra;
+}
+
+KoDbObjectId KoDbObject::objectId() const { return KoDbObjectId(m_stub); }
+KoDbObjectId KoDbObject::ownerId() const { return KoDbObjectId(m_owner); }
+KoDbDatabase* KoDbObject::database() const { return m_stub ? m_stub->database : nullptr; }
+
+Kora::ErrorStatus KoDbObject::setOwnerId(KoDbObjectId owner)
+{
+    if (const auto es = assertWriteEnabled(); es != Kora::eOk) return es;
+    m_owner = owner.stub();
+    return Kora::eOk;
+}
+
+Kora::ErrorStatus KoDbObject::assertWriteEnabled() const { return isWriteEnabled() ? Kora::eOk : Kora::eNotOpenForWrite; }
+
+Kora::ErrorStatus kodbOpenKoDbObject(KoDbObject*& object, KoDbObjectId id, KoDb::OpenMode mode, bool openErased)
+{
+    object = nullptr;
+    KoDbStub* stub = id.stub();
+    if (!stub) return Kora::eNullObjectId;
+    KoDbObject* o = stub->object;
+    if (!o) return Kora::eKeyNotFound;
+    if (o->isErased() && !openErased) return Kora::eWasErased;
+    if (o->isWriteEnabled()) return Kora::eWasOpenForWrite;
+    if (mode == KoDb::kForWrite) {
+        if (o->isReadEnabled()) return Kora::eWasOpenForRead;
+        o->m_writer = true;
+    } else {
+        if (o->m_readers == UINT16_MAX) return Kora::eWasOpenForRead;
+        ++o->m_readers;
+    }
+    countOpen(stub, 1);
+    object = o;
+    return Kora::eOk;
+}
+
+Kora::ErrorStatus KoDbObject::close()
+{
+    if (!m_stub) return Kora::eNotInDatabase;
+    if (m_writer) m_writer = false;
+    else if (m_readers > 0) --m_readers;
+    else return Kora::eNotOpenForRead;
+    countOpen(m_stub, -1);
+    return Kora::eOk;
+}
+
+Kora::ErrorStatus KoDbObject::upgradeOpen()
+{
+    if (m_writer) return Kora::eWasOpenForWrite;
+    if (m_readers == 0) return Kora::eNotOpenForRead;
+    if (m_readers > 1) return Kora::eWasOpenForRead;
+    m_readers = 0;
+    m_writer = true;
+    return Kora::eOk;
+}
+
+Kora::ErrorStatus KoDbObject::downgradeOpen()
+{
+    if (!m_writer) return Kora::eNotOpenForWrite;
+    m_writer = false;
+    m_readers = 1;
+    return Kora::eOk;
+}
+
+Kora::ErrorStatus KoDbObject::erase(bool erasing)
+{
+    if (!m_stub) return Kora::eNotInDatabase;
+    if (!m_writer) return Kora::eNotOpenForWrite;
+    if (m_erased == erasing) return erasing ? Kora::eWasErased : Kora::eWasNotErased;
+    if (const auto es = subErase(erasing); es != Kora::eOk) return es;
+    m_erased = erasing;
+    return Kora::eOk;
+}
+
+Kora::ErrorStatus KoDbObject::subErase(bool) { return Kora::eOk; }
+
+Kora::ErrorStatus KoDbObject::addPersistentReactor(KoDbObjectId reactor)
+{
+    if (const auto es = assertWriteEnabled(); es != Kora::eOk) return es;
+    if (reactor.isNull()) return Kora::eNullObjectId;
+    auto& list = extra().reactors;
+    if (std::find(list.begin(), list.end(), reactor.stub()) == list.end()) list.push_back(reactor.stub());
+    return Kora::eOk;
+}
+
+Kora::ErrorStatus KoDbObject::removePersistentReactor(KoDbObjectId reactor)
+{
+    if (const auto es = assertWriteEnabled(); es != Kora::eOk) return es;
+    if (!m_extra) return Kora::eKeyNotFound;
+    auto& list = m_extra->reactors;
+    const auto it = std::find(list.begin(), list.end(), reactor.stub());
+    if (it == list.end()) return Kora::eKeyNotFound;
+    list.erase(it);
+    return Kora::eOk;
+}
+
+std::vector<void*> KoDbObject::reactors() const
+{
+    std::vector<void*> out;
+    if (m_extra)
+        for (KoDbStub* s : m_extra->reactors) out.push_back(encodeReactor(s));
+    return out;
+}
+
+bool kodbIsPersistentReactor(const void* reactor) { return (reinterpret_cast<uintptr_t>(reactor) & 1u) != 0; }
+
+KoDbObjectId kodbPersistentReactorObjectId(const void* reactor)
+{
+    if (!kodbIsPersistentReactor(reactor)) return {};
+    return KoDbObjectId(reinterpret_cast<KoDbStub*>(reinterpret_cast<uintptr_t>(reactor) & ~uintptr_t(1)));
+}
+
+KoDbObjectId KoDbObject::extensionDictionary() const
+{
+    return KoDbObjectId(m_extra ? m_extra->extensionDictionary : nullptr);
+}
+
+Kora::ErrorStatus KoDbObject::setExtensionDictionary(KoDbObjectId dictionary)
+{
+    if (const auto es = assertWriteEnabled(); es != Kora::eOk) return es;
+    extra().extensionDictionary = dictionary.stub();
+    return Kora::eOk;
+}
+
+const KoDbDxfTags& KoDbObject::xData() const
+{
+    static const KoDbDxfTags none;
+    return m_extra ? m_extra->xdata : none;
+}
+
+Kora::ErrorStatus KoDbObject::setXData(KoDbDxfTags tags)
+{
+    if (const auto es = assertWriteEnabled(); es != Kora::eOk) return es;
+    if (!tags.empty() && tags.front().code != 1001) return Kora::eInvalidInput;
+    for (const auto& t : tags)
+        if (t.code < 1000) return Kora::eInvalidInput;
+    if (!tags.empty() || m_extra) extra().xdata = std::move(tags);
+    return Kora::eOk;
+}
+
+const KoDbDxfTags& KoDbObject::preservedTags() const
+{
+    static const KoDbDxfTags none;
+    return m_extra ? m_extra->preserved : none;
+}
+
+void KoDbObject::setPreservedTags(KoDbDxfTags tags)
+{
+    if (!tags.empty() || m_extra) extra().preserved = std::move(tags);
+}
+
+int kodbOpenObjectCount() { return g_openObjects; }
+
+// ---- value types ------------------------------------------------------------
+
+void KoDbExtents::addPoint(const KoGePoint3d& p)
+{
+    m_min = {std::min(m_min.x, p.x), std::min(m_min.y, p.y), std::min(m_min.z, p.z)};
+    m_max = {std::max(m_max.x, p.x), std::max(m_max.y, p.y), std::max(m_max.z, p.z)};
+}
+
+void KoDbExtents::addExt(const KoDbExtents& other)
+{
+    if (!other.isValid()) return;
+    addPoint(other.m_min);
+    addPoint(other.m_max);
+}
+
+Kora::ErrorStatus KoDbExtents::set(const KoGePoint3d& minPoint, const KoGePoint3d& maxPoint)
+{
+    if (minPoint.x > maxPoint.x || minPoint.y > maxPoint.y || minPoint.z > maxPoint.z) return Kora::eInvalidInput;
+    m_min = minPoint;
+    m_max = maxPoint;
+    return Kora::eOk;
+}
+
+KoCmColor KoCmColor::fromIndex(int index)
+{
+    KoCmColor c;
+    if (index == 0) {
+        c.m_method = kByBlock;
+        c.m_index = 0;
+    } else if (index == 256 || index < 0 || index > 257) {
+        c.m_method = kByLayer;
+        c.m_index = 256;
+    } else if (index == 257) {
+        c.m_method = kForeground;
+        c.m_index = 257;
+    } else {
+        c.m_method = kByACI;
+        c.m_index = static_cast<int16_t>(index);
+    }
+    return c;
+}
+
+KoCmColor KoCmColor::fromRGB(uint8_t red, uint8_t green, uint8_t blue)
+{
+    KoCmColor c;
+    c.m_method = kByColor;
+    c.m_index = 7;
+    c.m_rgb = uint32_t(red) << 16 | uint32_t(green) << 8 | blue;
+    return c;
+}
+
+int KoCmColor::colorIndex() const
+{
+    switch (m_method) {
+    case kByLayer: return 256;
+    case kByBlock: return 0;
+    default: return m_index;
+    }
+}
+
+// ---- database slots ------------------------------------------------------
+
+KoDbStub* KoDbDatabase::Impl::newStub(uint64_t handle)
+{
+    if (handle == 0) handle = handseed++;
+    else if (handle >= handseed) handseed = handle + 1;
+    KoDbStub& stub = stubs.emplace_back();
+    stub.database = self;
+    stub.handle = handle;
+    byHandle.emplace(handle, &stub);
+    return &stub;
+}
+
+KoDbStub* KoDbDatabase::Impl::stubFor(uint64_t handle)
+{
+    const auto it = byHandle.find(handle);
+    return it != byHandle.end() ? it->second : newStub(handle);
+}
+
+KoDbDatabase::Impl::~Impl()
+{
+    // Objects still open belong to nobody any more; keep the global count
+    // honest for the hosts that check it.
+    for (KoDbStub& stub : stubs) {
+        if (!stub.object) continue;
+        g_openObjects -= KoDbAccess::openCount(stub.object);
+        delete stub.object;
+    }
+}
+
+Kora::ErrorStatus KoDbAccess::add(KoDbDatabase& db, KoDbObject* o, KoDbStub* owner, bool openForWrite, uint64_t handle)
+{
+    if (!o) return Kora::eNullObjectPointer;
+    if (o->m_stub) return Kora::eAlreadyInDb;
+    KoDbDatabase::Impl& impl = *db.m_impl;
+    KoDbStub* stub = handle ? impl.stubFor(handle) : impl.newStub(0);
+    if (stub->object) return Kora::eDuplicateKey;
+    stub->object = o;
+    o->m_stub = stub;
+    o->m_owner = owner;
+    if (openForWrite) {
+        o->m_writer = true;
+        countOpen(stub, 1);
+    }
+    return Kora::eOk;
+}
