@@ -2,6 +2,9 @@
 #include <sstream>
 
 #include "commandstack_impl.h"
+#include "commandstate.h"
+#include "drawingcommands.h"
+#include "kora/docman.h"
 #include "kora/editor.h"
 #include "kora/host.h"
 #include "kora/resources.h"
@@ -103,12 +106,17 @@ void runCommand(KoEdCommand& command)
 {
     // While a module's command runs, strings come from its resources.
     const KoInstanceHandle previous = koraSetResourceHandle(static_cast<KoInstanceHandle>(command.resourceInstance().handle()));
+    ++kora::detail::commandDepth();
     try {
         command.functionAddr()();
     } catch (...) {
         koutPrintf(L"\nThe command %s ended with an error.", command.globalName());
     }
+    --kora::detail::commandDepth();
     koraSetResourceHandle(previous);
+    // Work the command handed to the application context runs now, before
+    // the next command (a script's next line included).
+    koDocManagerPtr()->runPendingJobs();
 }
 
 }  // namespace
@@ -125,6 +133,7 @@ void koraRegisterHostCommands()
         {L"SCRIPT", cmdScript}, {L"HELP", cmdHelp},     {L"QUIT", cmdQuit},
     };
     for (const auto& c : commands) stack->addCommand(L"KORA", c.name, c.name, KORX_CMD_MODAL, c.function);
+    kora::detail::registerDrawingCommands(*stack);
 }
 
 bool koraRunCommand(const wchar_t* name)

@@ -1,5 +1,6 @@
 #include "kora/editor.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -7,6 +8,7 @@
 
 #include "kora/editorbackend.h"
 #include "kora/userpaths.h"
+#include "inputparse.h"
 
 namespace fs = std::filesystem;
 
@@ -22,6 +24,8 @@ struct PendingKeywords {
     std::vector<KoString> global;
 };
 PendingKeywords g_pending;
+// The global keyword of the last KORTKWORD answer.
+KoString g_lastKeyword;
 
 // Prints through the back end; without one (a module used outside a host)
 // output goes nowhere.
@@ -150,6 +154,142 @@ int koedInitGet(int flags, const wchar_t* keywordList)
     // for the rest, so every keyword has an answer.
     for (size_t i = g_pending.global.size(); i < g_pending.local.size(); ++i) g_pending.global.push_back(g_pending.local[i]);
     return KORTNORM;
+}
+
+namespace {
+
+// One reply to a numeric or geometric prompt. A reply that is a keyword of
+// the pending list answers KORTKWORD; otherwise `accept` judges the text
+// and answers KORTNORM, or prints why not and answers KORTREJ to ask again.
+template <typename Accept>
+int askValue(const wchar_t* prompt, Accept accept)
+{
+    const PendingKeywords keywords = std::move(g_pending);
+    g_pending = {};
+    for (;;) {
+        const std::optional<KoString> reply = readReply(prompt, false);
+        if (!reply) return KORTCAN;
+        const KoString text = reply->trimmed();
+        if (text.isEmpty()) {
+            if (keywords.flags & KORSG_NONULL) continue;
+            return KORTNONE;
+        }
+        size_t index = 0;
+        const bool wantsGlobal = text.getAt(0) == L'_' && text.length() > 1;
+        if (!keywords.local.empty() && matchKeyword(wantsGlobal ? keywords.global : keywords.local,
+                                                    wantsGlobal ? text.mid(1) : text, index) == Match::Found) {
+            g_lastKeyword = keywords.global[index];
+            return KORTKWORD;
+        }
+        const int rc = accept(text, keywords.flags);
+        if (rc != KORTREJ) return rc;
+    }
+}
+
+// Refuses zero or negative numbers when the flags say so.
+bool signAccepted(double value, int flags)
+{
+    if ((flags & KORSG_NOZERO) && value == 0.0) {
+        print(L"\nRequires a nonzero value.");
+        return false;
+    }
+    if ((flags & KORSG_NONEG) && value < 0.0) {
+        print(L"\nRequires a positive value.");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int koedGetPoint(const double* basePoint, const wchar_t* prompt, double result[3])
+{
+    if (!result) return KORTREJ;
+    const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : KoGePoint3d();
+    return askValue(prompt, [&](const KoString& text, int) {
+        const std::optional<KoGePoint3d> p = kora::detail::parsePoint(text, basePoint ? &base : nullptr);
+        if (!p) {
+            print(L"\nInvalid point.");
+            return static_cast<int>(KORTREJ);
+        }
+        result[0] = p->x;
+        result[1] = p->y;
+        result[2] = p->z;
+        kora::detail::lastPoint() = *p;
+        return static_cast<int>(KORTNORM);
+    });
+}
+
+int koedGetDist(const double* basePoint, const wchar_t* prompt, double* result)
+{
+    if (!result) return KORTREJ;
+    const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : kora::detail::lastPoint();
+    return askValue(prompt, [&](const KoString& text, int flags) {
+        std::optional<double> d = kora::detail::parseReal(text);
+        if (!d) {
+            if (const std::optional<KoGePoint3d> p = kora::detail::parsePoint(text, &base))
+                d = std::sqrt((p->x - base.x) * (p->x - base.x) + (p->y - base.y) * (p->y - base.y) + (p->z - base.z) * (p->z - base.z));
+        }
+        if (!d) {
+            print(L"\nRequires numeric distance or second point.");
+            return static_cast<int>(KORTREJ);
+        }
+        if (!signAccepted(*d, flags)) return static_cast<int>(KORTREJ);
+        *result = *d;
+        return static_cast<int>(KORTNORM);
+    });
+}
+
+int koedGetAngle(const double* basePoint, const wchar_t* prompt, double* result)
+{
+    if (!result) return KORTREJ;
+    const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : kora::detail::lastPoint();
+    return askValue(prompt, [&](const KoString& text, int) {
+        std::optional<double> a;
+        if (const std::optional<double> degrees = kora::detail::parseReal(text)) a = *degrees * M_PI / 180.0;
+        else if (const std::optional<KoGePoint3d> p = kora::detail::parsePoint(text, &base)) a = std::atan2(p->y - base.y, p->x - base.x);
+        if (!a) {
+            print(L"\nRequires valid numeric angle or second point.");
+            return static_cast<int>(KORTREJ);
+        }
+        *result = *a;
+        return static_cast<int>(KORTNORM);
+    });
+}
+
+int koedGetReal(const wchar_t* prompt, double* result)
+{
+    if (!result) return KORTREJ;
+    return askValue(prompt, [&](const KoString& text, int flags) {
+        const std::optional<double> v = kora::detail::parseReal(text);
+        if (!v) {
+            print(L"\nRequires numeric value.");
+            return static_cast<int>(KORTREJ);
+        }
+        if (!signAccepted(*v, flags)) return static_cast<int>(KORTREJ);
+        *result = *v;
+        return static_cast<int>(KORTNORM);
+    });
+}
+
+int koedGetInt(const wchar_t* prompt, int* result)
+{
+    if (!result) return KORTREJ;
+    return askValue(prompt, [&](const KoString& text, int flags) {
+        const std::optional<double> v = kora::detail::parseReal(text);
+        if (!v || *v != std::floor(*v) || std::fabs(*v) > 32767) {
+            print(L"\nRequires an integer between -32768 and 32767.");
+            return static_cast<int>(KORTREJ);
+        }
+        if (!signAccepted(*v, flags)) return static_cast<int>(KORTREJ);
+        *result = static_cast<int>(*v);
+        return static_cast<int>(KORTNORM);
+    });
+}
+
+int koedGetInput(wchar_t* result, size_t bufLen)
+{
+    return copyOut(g_lastKeyword, result, bufLen);
 }
 
 int koedGetKword(const wchar_t* prompt, wchar_t* result, size_t bufLen)

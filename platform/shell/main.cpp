@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "kora/commandstack.h"
+#include "kora/docman.h"
 #include "kora/editor.h"
 #include "kora/host.h"
 
@@ -78,7 +79,7 @@ std::vector<fs::path> modulesBeside(const fs::path& exe)
 
 int usage()
 {
-    std::cerr << "usage: kora [--script FILE] [--load MODULE]... [--no-autoload]\n";
+    std::cerr << "usage: kora [--script FILE] [--load MODULE]... [--no-autoload] [DRAWING.dxf]\n";
     return 2;
 }
 
@@ -88,12 +89,14 @@ int main(int argc, char** argv)
 {
     std::string script;
     std::vector<std::string> extraModules;
+    std::string drawing;
     bool autoload = true;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--script" && i + 1 < argc) script = argv[++i];
         else if (arg == "--load" && i + 1 < argc) extraModules.push_back(argv[++i]);
         else if (arg == "--no-autoload") autoload = false;
+        else if (drawing.empty() && !arg.starts_with("-")) drawing = arg;
         else return usage();
     }
 
@@ -108,6 +111,13 @@ int main(int argc, char** argv)
     for (const std::string& m : extraModules) modules.emplace_back(m);
     KoRxDynamicLinker* linker = KoRxDynamicLinker::cast(korxSysRegistry()->at(KORX_DYNAMIC_LINKER));
     for (const fs::path& m : modules) linker->loadModule(KoString::fromUtf8(m.string()), true);
+
+    // The session starts with the drawing named on the command line, or
+    // with a new one.
+    KoString message;
+    if (!drawing.empty() && koDocManagerPtr()->appContextOpenDocument(KoString::fromUtf8(drawing), &message) != Kora::eOk)
+        koutPrintf(L"\nCannot open the drawing. %s", message.c_str());
+    if (!koDocManagerPtr()->curDocument()) koDocManagerPtr()->appContextNewDocument();
 
     int status = 0;
     if (!script.empty()) {

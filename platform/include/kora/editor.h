@@ -30,6 +30,8 @@ KORA_API int koutRelRb(koresbuf* chain);
 // koedInitGet flags: they apply to the next prompt only.
 enum KoInitGetFlags : int {
     KORSG_NONULL = 1,  // Enter is not accepted; the prompt is asked again
+    KORSG_NOZERO = 2,  // a zero value is not accepted
+    KORSG_NONEG = 4,   // a negative value is not accepted
 };
 
 // Reads a string. cronly != 0 allows spaces (only Enter ends the input);
@@ -49,6 +51,21 @@ KORA_API int koedInitGet(int flags, const wchar_t* keywordList);
 // or ambiguous reply is reported and the prompt asked again. Enter
 // answers KORTNONE (unless KORSG_NONULL), cancel KORTCAN.
 KORA_API int koedGetKword(const wchar_t* prompt, wchar_t* result, size_t bufLen);
+
+// Numeric and geometric input. Points are typed "x,y" or "x,y,z", or
+// "@dx,dy[,dz]" relative to the base point (or the last point given);
+// distances as a number or a second point; angles in degrees or as a
+// second point (the answer is in radians). When koedInitGet set keywords,
+// a keyword reply answers KORTKWORD and koedGetInput gives its global
+// name. Invalid replies are reported and the prompt asked again. Enter
+// answers KORTNONE, cancel KORTCAN. basePoint may be null.
+KORA_API int koedGetPoint(const double* basePoint, const wchar_t* prompt, double result[3]);
+KORA_API int koedGetDist(const double* basePoint, const wchar_t* prompt, double* result);
+KORA_API int koedGetAngle(const double* basePoint, const wchar_t* prompt, double* result);
+KORA_API int koedGetReal(const wchar_t* prompt, double* result);
+KORA_API int koedGetInt(const wchar_t* prompt, int* result);
+// The keyword of the last KORTKWORD answer.
+KORA_API int koedGetInput(wchar_t* result, size_t bufLen);
 
 // Prints text at the command line as it stands.
 KORA_API int koedPrompt(const wchar_t* message);

@@ -1,0 +1,8 @@
+// How many commands are running right now (a script's commands run inside
+// the SCRIPT command). Jobs for the application context wait while it is
+// above zero.
+#pragma once
+
+namespace kora::detail {
+int& commandDepth();
+}

@@ -1,0 +1,7 @@
+#pragma once
+
+#include "kora/commandstack.h"
+
+namespace kora::detail {
+void registerDrawingCommands(KoEdCommandStack& stack);
+}
