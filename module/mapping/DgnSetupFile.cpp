@@ -4,6 +4,7 @@
 #include <array>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "kora/profile.h"
 #include "kora/userpaths.h"
@@ -173,6 +174,11 @@ void writeSetup(const KoString& section, const DgnMappingSetup& setup)
     }
 }
 
+bool holdsSetupNamed(const KoString& section, const KoString& name, wchar_t* buffer)
+{
+    return DgnMappingSetupStore::keyOf(readText(section, L"Name", buffer)) == DgnMappingSetupStore::keyOf(name);
+}
+
 // True when the section holds a setup this store does not know: one whose
 // section name did not fit in the listing, or one another process added
 // since the store was read. Writing over it would lose that setup.
@@ -220,6 +226,7 @@ void saveMappingSetups(DgnMappingSetupStore& store)
 {
     KoProfileBatch batch(dgnSetupFilePath());
     std::vector<wchar_t> buffer(kBufferSize);
+    std::vector<std::pair<DgnMappingSetup*, KoString>> written;
     int number = 0;
     for (auto& [key, setup] : store) {
         if (isStandardSetupName(setup.name)) continue;
@@ -227,7 +234,20 @@ void saveMappingSetups(DgnMappingSetupStore& store)
         do section = L"MappingSetup" + std::to_wstring(++number);
         while (holdsUnknownSetup(store, section, buffer.data()));
         writeSetup(section, setup);
-        setup.section = section;
+        // Sections are never erased, so the section the setup was read from
+        // stays in the file and, coming first, is the one the next load
+        // reads: it gets the current content too, or an edit saved into
+        // the new section alone would be undone by the next load.
+        if (!setup.section.isEmpty() && setup.section.compareNoCase(section) != 0
+            && holdsSetupNamed(setup.section, setup.name, buffer.data()))
+            writeSetup(setup.section, setup);
+        written.emplace_back(&setup, section);
+    }
+    // A setup's old section may since have been taken by another setup;
+    // then the new section is the one that holds it.
+    for (auto& [setup, section] : written) {
+        if (setup->section.isEmpty() || !holdsSetupNamed(setup->section, setup->name, buffer.data()))
+            setup->section = section;
     }
 }
 

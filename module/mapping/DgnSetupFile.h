@@ -25,8 +25,12 @@ void loadMappingSetups(DgnMappingSetupStore& store);
 
 // Writes every setup except the standard one into sections
 // "MappingSetup1", "MappingSetup2", ... in store order, as one update of
-// the file, and records each setup's new section in the store. Nothing is
-// erased: keys and sections the write does not touch keep their values.
+// the file. Nothing is erased: keys and sections the write does not reach
+// keep their values. Two kinds of section are written with care: a
+// numbered section that holds a setup this store does not know is passed
+// over (its number is skipped), and a setup's old section, which stays in
+// the file and would win the next load, gets the setup's content as well.
+// Each setup's section field names the section the next load reads it from.
 void saveMappingSetups(DgnMappingSetupStore& store);
 
 // Removes one section of the file whole. An empty name removes nothing.

@@ -1,0 +1,268 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "export/DgnSeedCatalogue.h"
+#include "kora/config.h"
+#include "kora/userpaths.h"
+#include "mapping/DgnFileReaders.h"
+#include "mapping/DgnUnits.h"
+#include "module.h"
+#include "testeditor.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Stand-ins for the host's readers: they answer what the test tells them
+// and remember what they were asked.
+struct ScriptedDgnReader : DgnPropertyReader {
+    int result = KORTNORM;
+    DgnFileProperties answer;
+    int addPropFromDgnFile(const KoString&, DgnFileProperties& properties) override
+    {
+        properties = answer;
+        return result;
+    }
+};
+
+struct ScriptedDrawingReader : DrawingNameReader {
+    bool ok = true;
+    int calls = 0;
+    Format lastFormat = Format::Dwg;
+    bool readTableNames(const KoString&, Format format, std::vector<KoString>& layers,
+                        std::vector<KoString>& linetypes) override
+    {
+        ++calls;
+        lastFormat = format;
+        layers = {L"0", L"Walls", L"Doors"};
+        linetypes = {L"ByBlock", L"ByLayer", L"Continuous"};
+        return ok;
+    }
+};
+
+KoString templateFolder()
+{
+    wchar_t folder[1024] = {};
+    GetUserLocalApplicationDataTemplatePath(folder, 1024);
+    return folder;
+}
+
+fs::path touch(const fs::path& path)
+{
+    fs::create_directories(path.parent_path());
+    std::ofstream(path) << "x";
+    return path;
+}
+
+KoString wide(const fs::path& path) { return KoString::fromUtf8(path.string()); }
+
+TEST(UnitsVocabulary, AbbreviationsAreExactAndMilesAndMilsShareOneString)
+{
+    EXPECT_EQ(dgn::dgnUnitFullName(L"Mm"), L"Megameters");
+    EXPECT_EQ(dgn::dgnUnitFullName(L"mm"), L"Millimeters");
+    EXPECT_EQ(dgn::dgnUnitFullName(L"MM"), L"custom");
+    EXPECT_EQ(dgn::dgnUnitFullName(L"ui"), L"Microinches");
+    EXPECT_EQ(dgn::dgnUnitFullName(L""), L"custom");
+    EXPECT_EQ(dgn::dgnUnitFullName(L"mi"), L"Miles");
+    EXPECT_EQ(dgn::dgnUnitFullName(L"mil"), L"Mils");
+
+    // With the resource library, both read string 703; an unknown unit
+    // reads string 700.
+    const KoInstanceHandle resources = LoadResourceDll(KoString::fromUtf8(KORA_BIN_DIR "/DgnCommandsRes.so"));
+    ASSERT_NE(resources, nullptr);
+    dgn::moduleState().resourceInstance = resources;
+    EXPECT_EQ(dgn::dgnUnitFullName(L"mil"), L"Miles");
+    EXPECT_EQ(dgn::dgnUnitFullName(L"mi"), L"Miles");
+    EXPECT_EQ(dgn::dgnUnitFullName(L"MM"), L"Custom");
+    dgn::moduleState().resourceInstance = nullptr;
+}
+
+TEST(UnitsVocabulary, DgnFileUnitsComeFromTheFirstModelOrTheSeedName)
+{
+    KoString master, sub;
+    bool is3d = false;
+    EXPECT_FALSE(dgn::dgnFileUnits(L"/data/plan.dgn", master, sub, is3d));  // no reader installed
+
+    ScriptedDgnReader reader;
+    dgn::setDgnPropertyReader(&reader);
+    reader.answer.is3d = true;
+    reader.answer.models = {{L"Default", L"m", L"mm"}, {L"Sheet", L"ft", L"in"}};
+    ASSERT_TRUE(dgn::dgnFileUnits(L"/data/plan.dgn", master, sub, is3d));
+    EXPECT_EQ(master, L"Meters");
+    EXPECT_EQ(sub, L"Millimeters");
+    EXPECT_TRUE(is3d);
+
+    reader.answer = {};
+    ASSERT_TRUE(dgn::dgnFileUnits(L"/seeds/V8-Metric-Seed3D.dgn", master, sub, is3d));
+    EXPECT_EQ(master, L"Feet");
+    EXPECT_EQ(sub, L"Inches");
+    EXPECT_FALSE(is3d);
+    ASSERT_TRUE(dgn::dgnFileUnits(L"/seeds/v7-metric-seed2d.DGN", master, sub, is3d));
+    EXPECT_EQ(master, L"Meters");
+    EXPECT_EQ(sub, L"Millimeters");
+
+    reader.result = KORTERROR;
+    master = L"unchanged";
+    EXPECT_FALSE(dgn::dgnFileUnits(L"/data/plan.dgn", master, sub, is3d));
+    EXPECT_EQ(master, L"unchanged");
+    int version = 5;
+    EXPECT_FALSE(dgn::seedVersion(L"/data/plan.dgn", version));
+    reader.result = KORTNORM;
+    reader.answer.version = dgn::kDgnVersionV7;
+    ASSERT_TRUE(dgn::seedVersion(L"/data/plan.dgn", version));
+    EXPECT_EQ(version, dgn::kDgnVersionV7);
+    dgn::setDgnPropertyReader(nullptr);
+}
+
+TEST(UnitsVocabulary, DrawingNamesByExtensionInAnyCase)
+{
+    ScriptedDrawingReader reader;
+    dgn::setDrawingNameReader(&reader);
+    DgnMappingSetup record;
+    record.layerMap = {{L"Kept", L"Kept"}};
+    dgn::readDrawingNames(L"/data/plan.bak", record);
+    dgn::readDrawingNames(L"/data.dxf/plan", record);
+    EXPECT_EQ(reader.calls, 0);
+
+    dgn::readDrawingNames(L"/data/plan.DXF", record);
+    EXPECT_EQ(reader.lastFormat, DrawingNameReader::Format::Dxf);
+    EXPECT_EQ(record.layerMap, (DgnMappingTable{{L"0", L"0"}, {L"Doors", L"Doors"}, {L"Kept", L"Kept"}, {L"Walls", L"Walls"}}));
+    EXPECT_EQ(record.layerCount, 3);
+    EXPECT_EQ(record.lineTypeCount, 3);
+    EXPECT_EQ(record.lineTypeMap.at(L"Continuous"), L"Continuous");
+    dgn::readDrawingNames(L"/data/template.Dwt", record);
+    EXPECT_EQ(reader.lastFormat, DrawingNameReader::Format::Dwg);
+
+    reader.ok = false;
+    DgnMappingSetup untouched;
+    dgn::readDrawingNames(L"/data/plan.dwg", untouched);
+    EXPECT_EQ(untouched, DgnMappingSetup());
+    dgn::setDrawingNameReader(nullptr);
+}
+
+class SeedCatalogueTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        koraConfig()->removeItem(4, L"UserInterfaceSettings\\DgnExportDialog\\");
+        fs::remove_all(templateFolder().toUtf8());
+    }
+
+    static KoString setting(const wchar_t* version, const wchar_t* name)
+    {
+        KoraVariant value;
+        const KoString path = KoString(L"UserInterfaceSettings\\DgnExportDialog\\") + version + L"\\" + name;
+        if (koraConfig()->getValue(4, path, value) != Kora::eOk) return L"<missing>";
+        return value.type() == KoraVariant::kInteger ? KoString::format(L"%d", value.intValue()) : value.stringValue();
+    }
+};
+
+TEST_F(SeedCatalogueTest, BuiltInSeedsAndTheDefaultSeed)
+{
+    DgnSeedCatalogue v7, v8, none;
+    dgn::buildSeedCatalogue(dgn::kDgnVersionV7, v7);
+    dgn::buildSeedCatalogue(dgn::kDgnVersionV8, v8);
+    dgn::buildSeedCatalogue(2, none);
+    ASSERT_EQ(v7.size(), 10u);
+    ASSERT_EQ(v8.size(), 4u);
+    EXPECT_TRUE(none.empty());
+    const KoString folder = templateFolder() + L"/";
+    EXPECT_EQ(*v7.begin(), folder + L"V7-Imperial-Arch-01-Seed2D.dgn");
+    EXPECT_EQ(*v7.rbegin(), folder + L"V7-Metric-Seed3D.dgn");
+    EXPECT_EQ(*v8.begin(), folder + L"V8-Imperial-Seed2D.dgn");
+
+    const KoString civil = folder + L"V7-Imperial-Civil-02-Seed3D.dgn";
+    EXPECT_EQ(dgn::defaultSeedFile(dgn::kDgnVersionV7, civil), civil);
+    EXPECT_EQ(dgn::defaultSeedFile(dgn::kDgnVersionV7, folder + L"v7-imperial-civil-02-seed3d.dgn"), *v7.begin());
+    EXPECT_EQ(dgn::defaultSeedFile(dgn::kDgnVersionV8, civil), *v8.begin());
+    EXPECT_TRUE(dgn::defaultSeedFile(-1, civil).isEmpty());
+
+    TestEditor editor;
+    dgn::listSeedCatalogue(v8);
+    KoString listed;
+    for (const KoString& path : v8) listed += path;
+    EXPECT_EQ(editor.transcript(), listed);
+}
+
+TEST_F(SeedCatalogueTest, ValidityAndUnitNamesByFileName)
+{
+    const fs::path dir = fs::path(templateFolder().toUtf8()) / "seeds.d";
+    EXPECT_TRUE(dgn::isValidSeedFile(wide(touch(dir / "my.DGN"))));
+    EXPECT_FALSE(dgn::isValidSeedFile(wide(touch(dir / "my"))));
+    EXPECT_FALSE(dgn::isValidSeedFile(wide(dir / "missing.dgn")));
+    EXPECT_FALSE(dgn::isValidSeedFile(L""));
+    EXPECT_FALSE(dgn::isValidSeedFile(wide(touch(dir / "plan.dgn.bak"))));
+
+    KoString master, sub;
+    dgn::seedUnitNamesByFileName(L"/t/v7-imperial-civil-01-seed2d.dgn", master, sub);
+    EXPECT_EQ(master, L"Feet");
+    EXPECT_EQ(sub, L"Custom");
+    dgn::seedUnitNamesByFileName(L"V7-Metric-Seed3D.dgn", master, sub);
+    EXPECT_EQ(master, L"Meters");
+    EXPECT_EQ(sub, L"Millimeters");
+    dgn::seedUnitNamesByFileName(L"/t/V8-Metric-Seed3D.dgn", master, sub);
+    EXPECT_EQ(master, L"Feet");
+    EXPECT_EQ(sub, L"Inches");
+    dgn::seedUnitNamesByFileName(L"/V7-Metric-Seed3D.dgn/other.dgn", master, sub);
+    EXPECT_EQ(master, L"Feet");
+}
+
+TEST_F(SeedCatalogueTest, PersistedListsKeepOnlyUsableSeedsPerVersion)
+{
+    const fs::path dir(templateFolder().toUtf8());
+    const KoString a = wide(touch(dir / "a.dgn")), b = wide(dir / "b.dgn"), c = wide(touch(dir / "c.dgn"));
+
+    // An older, longer list is replaced whole.
+    for (int i = 0; i < 5; ++i)
+        koraConfig()->setValue(4, KoString::format(L"UserInterfaceSettings\\DgnExportDialog\\V7\\SeedFile%d", i),
+                               KoraVariant(KoString(L"/old.dgn")));
+    koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V7\\SeedFileCount", KoraVariant(5));
+    dgn::savePersistedSeeds(dgn::kDgnVersionV7, {a, b, c});
+    EXPECT_EQ(setting(L"V7", L"SeedFileCount"), L"2");
+    EXPECT_EQ(setting(L"V7", L"SeedFile0"), a);
+    EXPECT_EQ(setting(L"V7", L"SeedFile1"), c);
+    EXPECT_EQ(setting(L"V7", L"SeedFile2"), L"<missing>");
+    EXPECT_EQ(setting(L"V7", L"SeedFile4"), L"<missing>");
+
+    dgn::savePersistedSeeds(dgn::kDgnVersionV7, {});
+    EXPECT_EQ(setting(L"V7", L"SeedFileCount"), L"2");
+
+    DgnSeedCatalogue v7, v8;
+    dgn::loadPersistedSeeds(dgn::kDgnVersionV7, v7);
+    EXPECT_EQ(v7, (DgnSeedCatalogue{a, c}));
+    dgn::loadSeedList(dgn::kDgnVersionV8, v8);
+    DgnSeedCatalogue builtInV8;
+    dgn::buildSeedCatalogue(dgn::kDgnVersionV8, builtInV8);
+    EXPECT_EQ(v8, builtInV8);
+    DgnSeedCatalogue unset;
+    dgn::loadPersistedSeeds(2, unset);
+    EXPECT_TRUE(unset.empty());
+
+    // Deleted seed files make the list load empty, so the dialog falls
+    // back to the built-in catalogue.
+    fs::remove(a.toUtf8());
+    fs::remove(c.toUtf8());
+    DgnSeedCatalogue refilled;
+    dgn::loadSeedList(dgn::kDgnVersionV7, refilled);
+    DgnSeedCatalogue builtInV7;
+    dgn::buildSeedCatalogue(dgn::kDgnVersionV7, builtInV7);
+    EXPECT_EQ(refilled, builtInV7);
+
+    // A count that is not an integer reads as no list; an entry that is
+    // not a text is skipped.
+    touch(a.toUtf8());
+    koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFileCount", KoraVariant(KoString(L"2")));
+    koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFile0", KoraVariant(a));
+    DgnSeedCatalogue none;
+    dgn::loadPersistedSeeds(dgn::kDgnVersionV8, none);
+    EXPECT_TRUE(none.empty());
+    koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFileCount", KoraVariant(2));
+    koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFile0", KoraVariant(7));
+    koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFile1", KoraVariant(a));
+    dgn::loadPersistedSeeds(dgn::kDgnVersionV8, none);
+    EXPECT_EQ(none, DgnSeedCatalogue{a});
+}
+
+}  // namespace
