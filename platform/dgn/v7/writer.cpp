@@ -447,7 +447,10 @@ std::expected<std::vector<std::byte>, std::string> encodeElement(const Element& 
         out.word(GraphicGroupOffset, h.graphicGroup);
         std::uint16_t properties = h.properties;
         if (!raw && sameSize) {
-            out.word(AttributeIndexOffset, static_cast<std::uint16_t>((sizing.bodyEnd - AttributeIndexOffset - 2) / 2));
+            // Without linkages the index means nothing; an element read from
+            // a file keeps whatever it had there.
+            if (!keepLayout || !h.attributes.empty())
+                out.word(AttributeIndexOffset, static_cast<std::uint16_t>((sizing.bodyEnd - AttributeIndexOffset - 2) / 2));
             properties = static_cast<std::uint16_t>(h.attributes.empty() ? properties & ~Property::Attributes
                                                                          : properties | Property::Attributes);
         }
