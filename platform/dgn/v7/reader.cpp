@@ -216,7 +216,12 @@ std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesy
     if (!file)
         return std::unexpected(makeError(ReadError::Code::FileAccess,
                                          "cannot open " + path.string() + ": " + std::strerror(errno)));
+    // Reserving the file's size keeps the buffer at the size of the file
+    // instead of the doubling growth of a vector; the loop still reads to
+    // the real end in case the file grew in between.
     std::vector<std::byte> bytes;
+    std::error_code ec;
+    if (const auto size = std::filesystem::file_size(path, ec); !ec) bytes.reserve(size);
     std::byte chunk[65536];
     std::size_t got = 0;
     while ((got = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
