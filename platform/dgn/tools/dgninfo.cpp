@@ -131,12 +131,12 @@ int main(int argc, char** argv)
 {
     const char* path = nullptr;
     bool raw = false;
+    int paths = 0;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--raw") == 0) raw = true;
-        else if (!path) path = argv[i];
-        else path = nullptr, i = argc;
+        else path = argv[i], ++paths;
     }
-    if (!path) {
+    if (paths != 1) {
         std::fprintf(stderr, "usage: dgninfo FILE [--raw]\n");
         return 2;
     }

@@ -34,7 +34,7 @@ std::vector<IntPoint> points(In& in, std::size_t offset, std::size_t count, bool
 {
     const std::size_t size = pointSize(is3d);
     if (!in.has(offset, count * size)) {
-        in.byte(in.size()); // marks the read as failed
+        in.markShort();
         return {};
     }
     std::vector<IntPoint> out;
@@ -59,7 +59,7 @@ Body decodeBody(const Header& header, In& in, std::size_t bodyEnd, bool is3d)
     switch (header.type) {
     case ElementType::Tcb: {
         if (in.size() < TcbMinimumBytes) {
-            in.byte(TcbMinimumBytes);
+            in.markShort();
             return RawBody{};
         }
         Tcb t;
@@ -180,7 +180,7 @@ Body decodeBody(const Header& header, In& in, std::size_t bodyEnd, bool is3d)
         p.points = points(in, B + 2, count, is3d);
         const std::size_t orientationsAt = B + 2 + count * ps;
         if (!in.has(orientationsAt, count * 16)) {
-            in.byte(in.size());
+            in.markShort();
             return p;
         }
         p.orientations.resize(count);
@@ -220,7 +220,7 @@ Body decodeBody(const Header& header, In& in, std::size_t bodyEnd, bool is3d)
         b.number = in.word(B);
         const std::size_t count = in.word(B + 2);
         if (!in.has(B + 4, count * 8)) {
-            in.byte(in.size());
+            in.markShort();
             return b;
         }
         b.points.resize(count);

@@ -480,6 +480,7 @@ Writer Writer::create(bool is3d, const Units& units)
     Element levels;
     levels.header.type = ElementType::LevelSymbology;
     levels.body = LevelSymbology{{}, std::vector<std::byte>(LevelSymbologyOffset - HeaderSize)};
+    // Records made here always fit their elements.
     for (const Element* e : {&tcb, &digitizer, &levels}) (void)w.append(*e);
     return w;
 }
