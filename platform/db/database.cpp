@@ -102,7 +102,9 @@ KoDbDatabase::KoDbDatabase(bool buildDefaultDrawing) : m_impl(std::make_unique<I
     layouts->setAt(L"Model", modelLayout, id);
     modelLayout->close();
     layouts->close();
+    kodbOpenObject(model, modelId, KoDb::kForWrite);
     model->setLayoutId(id);
+    model->close();
     KoDbObjectId blockId;
     createLayout(L"Layout1", id, blockId);
 }

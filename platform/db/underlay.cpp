@@ -244,8 +244,9 @@ Kora::ErrorStatus KoDbUnderlayReference::setUnderlayLayer(int index, const KoDbU
     if (index < 0 || index >= count) return Kora::eInvalidIndex;
     // The first change takes a copy of every state the reference shows.
     if (m_layers.empty()) {
-        m_layers.resize(static_cast<size_t>(count));
-        for (int i = 0; i < count; ++i) getUnderlayLayer(i, m_layers[static_cast<size_t>(i)]);
+        std::vector<KoDbUnderlayLayer> shown(static_cast<size_t>(count));
+        for (int i = 0; i < count; ++i) getUnderlayLayer(i, shown[static_cast<size_t>(i)]);
+        m_layers = std::move(shown);
     }
     m_layers[static_cast<size_t>(index)] = layer;
     return Kora::eOk;

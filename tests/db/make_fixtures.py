@@ -98,8 +98,8 @@ def underlays(path):
     site = doc.add_underlay_def("/data/site.dgn", fmt="dgn", name="Default")
     plan = doc.add_underlay_def("/data/plan.dgn", fmt="dgn", name="Level 2")
     first = msp.add_underlay(site, insert=(10, 20, 0), scale=(2, 2, 2), rotation=45)
-    first.contrast = 60
-    first.fade = 30
+    first.dxf.contrast = 60
+    first.dxf.fade = 30
     first.monochrome = True
     msp.add_underlay(site, insert=(0, 0, 0))
     clipped = msp.add_underlay(plan, insert=(5, 5, 0), scale=(0.5, 0.5, 0.5))

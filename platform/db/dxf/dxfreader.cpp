@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <iconv.h>
+#include <memory>
 #include <numbers>
 #include <unordered_map>
 
@@ -184,8 +185,8 @@ private:
 
     void tableRecord(const Record& r, KoDbSymbolTable* table);
     void entity(Record& r, KoDbBlockTableRecord* block);
-    KoDbEntity* knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs);
-    KoDbEntity* hatch(const Record& r, Common& c, KoDbDxfTags& preserved);
+    std::unique_ptr<KoDbEntity> knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs);
+    std::unique_ptr<KoDbEntity> hatch(const Record& r, Common& c, KoDbDxfTags& preserved);
     void object(const Record& r);
     void readSubRecords(std::vector<KoDbDxfRecord>& subs);
     std::string sectionOrEnd();
@@ -540,6 +541,7 @@ void Reader::header()
             std::string cp = t0->value;
             for (auto& ch : cp) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
             std::string from = cp.rfind("ANSI_", 0) == 0 ? "CP" + cp.substr(5) : "CP1252";
+            if (m_iconv != reinterpret_cast<iconv_t>(-1)) iconv_close(m_iconv);  // a second code page wins
             m_iconv = iconv_open("UTF-8", from.c_str());
             if (m_iconv == reinterpret_cast<iconv_t>(-1)) m_iconv = iconv_open("UTF-8", "CP1252");
         } else if (var == "$HANDSEED" && t0) {
@@ -900,36 +902,35 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
             if (b.code() == 66 && integer(*b.tag) != 0) hasSubs = true;
     if (hasSubs) readSubRecords(subs);
 
-    KoDbEntity* e = knownEntity(r, c, preserved, subs);
+    std::unique_ptr<KoDbEntity> e = knownEntity(r, c, preserved, subs);
     if (!e) {
         // Kept whole: every tag after the common ones, and its sub-records.
         preserved.clear();
         for (const BodyTag& b : c.body) preserve(preserved, b);
-        auto* unknown = new KoDbUnknownEntity;
+        auto unknown = std::make_unique<KoDbUnknownEntity>();
         unknown->setDxfName(r.name);
         unknown->setSubRecords(std::move(subs));
-        e = unknown;
+        e = std::move(unknown);
         ++m_report.unknownEntities[r.name];
     }
-    applyEntityProperties(e, c);
+    applyEntityProperties(e.get(), c);
     if (!block) {
         block = c.owner ? KoDbBlockTableRecord::cast(c.owner->object) : nullptr;
         if (!block) {
             const KoDbObjectId space = c.paperSpace ? m_db.paperSpaceId() : m_db.modelSpaceId();
             block = kodbPeek<KoDbBlockTableRecord>(space);
         }
-        if (!block) {
-            delete e;
+        if (!block)
             fail(r.line, "the drawing has no block record for its " + std::string(c.paperSpace ? "paper" : "model") + " space");
-        }
     }
-    place(e, c, std::move(preserved), KoDbAccess::stub(block));
-    block->attachEntity(e->objectId());
+    KoDbEntity* placed = e.release();
+    place(placed, c, std::move(preserved), KoDbAccess::stub(block));
+    block->attachEntity(placed->objectId());
 }
 
 // Fills the entity a record describes, or answers null when its kind is
 // unknown or its data does not fit the model (it is then kept whole).
-KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs)
+std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs)
 {
     const std::string& n = r.name;
     auto keep = [&](const BodyTag& b) { preserve(preserved, b); };
@@ -958,7 +959,7 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
     };
 
     if (n == "LINE") {
-        auto* e = new KoDbLine;
+        auto e = std::make_unique<KoDbLine>();
         double thickness = 0;
         for (const BodyTag& b : c.body) {
             const RTag& t = *b.tag;
@@ -987,11 +988,11 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
         }
         if (!(radius > 0.0)) return nullptr;
         if (n == "CIRCLE") {
-            auto* e = new KoDbCircle(p10, normal, radius);
+            auto e = std::make_unique<KoDbCircle>(p10, normal, radius);
             e->setThickness(thickness);
             return e;
         }
-        auto* e = new KoDbArc(p10, radius, start * kDegToRad, end * kDegToRad);
+        auto e = std::make_unique<KoDbArc>(p10, radius, start * kDegToRad, end * kDegToRad);
         e->setNormal(normal);
         e->setThickness(thickness);
         return e;
@@ -1009,15 +1010,14 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
             default: keep(b);
             }
         }
-        auto* e = new KoDbEllipse;
+        auto e = std::make_unique<KoDbEllipse>();
         if (e->set(p10, normal, major, ratio, start, end) != Kora::eOk) {
-            delete e;
             return nullptr;
         }
         return e;
     }
     if (n == "LWPOLYLINE") {
-        auto* e = new KoDbPolyline;
+        auto e = std::make_unique<KoDbPolyline>();
         std::vector<KoDbPolyline::Vertex> vs;
         for (const BodyTag& b : c.body) {
             const RTag& t = *b.tag;
@@ -1034,10 +1034,10 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
             case 38: e->setElevation(dbl(t)); break;
             case 39: e->setThickness(dbl(t)); break;
             case 10: vs.emplace_back(); vs.back().point.x = dbl(t); break;
-            case 20: if (vs.empty()) { delete e; return nullptr; } vs.back().point.y = dbl(t); break;
-            case 40: if (vs.empty()) { delete e; return nullptr; } vs.back().startWidth = dbl(t); break;
-            case 41: if (vs.empty()) { delete e; return nullptr; } vs.back().endWidth = dbl(t); break;
-            case 42: if (vs.empty()) { delete e; return nullptr; } vs.back().bulge = dbl(t); break;
+            case 20: if (vs.empty()) return nullptr; vs.back().point.y = dbl(t); break;
+            case 40: if (vs.empty()) return nullptr; vs.back().startWidth = dbl(t); break;
+            case 41: if (vs.empty()) return nullptr; vs.back().endWidth = dbl(t); break;
+            case 42: if (vs.empty()) return nullptr; vs.back().bulge = dbl(t); break;
             case 91: break;  // vertex identifiers are given anew
             default: keep(b);
             }
@@ -1078,7 +1078,7 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
             if (isMarker(b, {"AcDb3dPolyline"}) || t.code == 66 || t.code == 70 || point(t, p10, 10)) continue;
             keep(b);
         }
-        auto* e = new KoDb3dPolyline;
+        auto e = std::make_unique<KoDb3dPolyline>();
         e->setVertices(std::move(points));
         e->setClosed((flags & 1) != 0);
         subs.clear();
@@ -1112,20 +1112,19 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
             default: keep(b);
             }
         }
-        auto* e = new KoDbSpline;
+        auto e = std::make_unique<KoDbSpline>();
         if (!cps.empty()) check(e->setNurbsData(degree, flags, std::move(knots), std::move(cps), std::move(weights)));
         else if (fits.empty()) ok = false;
         check(e->setFitPoints(std::move(fits)));
         check(e->setFitTangents(startTangent, endTangent));
         if (hasNormal) check(e->setNormal(splineNormal));
         if (!ok) {
-            delete e;
             return nullptr;
         }
         return e;
     }
     if (n == "POINT") {
-        auto* e = new KoDbPoint;
+        auto e = std::make_unique<KoDbPoint>();
         for (const BodyTag& b : c.body) {
             const RTag& t = *b.tag;
             if (isMarker(b, {"AcDbPoint"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
@@ -1138,7 +1137,7 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
         return e;
     }
     if (n == "TEXT") {
-        auto* e = new KoDbText;
+        auto e = std::make_unique<KoDbText>();
         bool hasAlign = false;
         for (const BodyTag& b : c.body) {
             const RTag& t = *b.tag;
@@ -1165,13 +1164,12 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
         e->setAlignmentPoint(hasAlign ? p11 : p10);
         e->setNormal(normal);
         if (!ok) {
-            delete e;
             return nullptr;
         }
         return e;
     }
     if (n == "MTEXT") {
-        auto* e = new KoDbMText;
+        auto e = std::make_unique<KoDbMText>();
         std::string contents, last;
         bool hasDirection = false;
         double rotation = 0;
@@ -1204,13 +1202,12 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
         if (hasDirection) check(e->setDirection(direction));
         else if (hasRotation) check(e->setRotation(rotation));
         if (!ok) {
-            delete e;
             return nullptr;
         }
         return e;
     }
     if (n == "INSERT") {
-        auto* e = new KoDbBlockReference;
+        auto e = std::make_unique<KoDbBlockReference>();
         KoGeScale3d scale;
         std::string blockName;
         for (const BodyTag& b : c.body) {
@@ -1236,14 +1233,13 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
         subs.clear();
         if (!ok) {
             subs = e->attributeRecords();
-            delete e;
             return nullptr;
         }
         return e;
     }
     if (n == "HATCH") return hatch(r, c, preserved);
     if (n == "VIEWPORT") {
-        auto* e = new KoDbViewport;
+        auto e = std::make_unique<KoDbViewport>();
         KoGePoint3d viewCenter, target;
         KoGeVector3d direction = KoGeVector3d::kZAxis();
         for (const BodyTag& b : c.body) {
@@ -1269,13 +1265,12 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
         e->setViewTarget(target);
         check(e->setViewDirection(direction));
         if (!ok) {
-            delete e;
             return nullptr;
         }
         return e;
     }
     if (n == "DGNUNDERLAY") {
-        auto* e = new KoDbDgnReference;
+        auto e = std::make_unique<KoDbDgnReference>();
         KoGeScale3d scale;
         std::vector<KoGePoint2d> clip;
         for (const BodyTag& b : c.body) {
@@ -1298,7 +1293,7 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
             case 281: check(e->setContrast(static_cast<uint8_t>(std::clamp(integer(t), 20, 100)))); break;
             case 282: check(e->setFade(static_cast<uint8_t>(std::clamp(integer(t), 0, 80)))); break;
             case 11: clip.emplace_back(dbl(t), 0.0); break;
-            case 21: if (clip.empty()) { delete e; return nullptr; } clip.back().y = dbl(t); break;
+            case 21: if (clip.empty()) return nullptr; clip.back().y = dbl(t); break;
             default: keep(b);
             }
         }
@@ -1327,18 +1322,17 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
         c.xdata = std::move(rest);
         e->setUnderlayLayers(std::move(layers));
         if (!ok) {
-            delete e;
             return nullptr;
         }
         return e;
     }
-    KoDbOpaqueEntity* opaque = nullptr;
-    if (n == "3DSOLID") opaque = new KoDb3dSolid;
-    else if (n == "REGION") opaque = new KoDbRegion;
-    else if (n == "BODY") opaque = new KoDbBody;
-    else if (n == "OLEFRAME") opaque = new KoDbOleFrame;
-    else if (n == "OLE2FRAME") opaque = new KoDbOle2Frame;
-    else if (n.size() > 7 && n.compare(n.size() - 7, 7, "SURFACE") == 0) opaque = new KoDbSurface;
+    std::unique_ptr<KoDbOpaqueEntity> opaque;
+    if (n == "3DSOLID") opaque = std::make_unique<KoDb3dSolid>();
+    else if (n == "REGION") opaque = std::make_unique<KoDbRegion>();
+    else if (n == "BODY") opaque = std::make_unique<KoDbBody>();
+    else if (n == "OLEFRAME") opaque = std::make_unique<KoDbOleFrame>();
+    else if (n == "OLE2FRAME") opaque = std::make_unique<KoDbOle2Frame>();
+    else if (n.size() > 7 && n.compare(n.size() - 7, 7, "SURFACE") == 0) opaque = std::make_unique<KoDbSurface>();
     if (opaque) {
         opaque->setDxfName(n);
         for (const BodyTag& b : c.body) keep(b);
@@ -1347,7 +1341,7 @@ KoDbEntity* Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserv
     return nullptr;
 }
 
-KoDbEntity* Reader::hatch(const Record& r, Common& c, KoDbDxfTags& preserved)
+std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTags& preserved)
 {
     bool ok = true;
     auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
@@ -1366,8 +1360,7 @@ KoDbEntity* Reader::hatch(const Record& r, Common& c, KoDbDxfTags& preserved)
         v = {p.x, p.y, p.z};
         return true;
     };
-    auto* e = new KoDbHatch;
-    std::unique_ptr<KoDbHatch> guard(e);
+    auto e = std::make_unique<KoDbHatch>();
     const size_t count = c.body.size();
     size_t i = 0;
     auto at = [&](size_t k) -> const RTag& { return *c.body[k].tag; };
@@ -1511,7 +1504,7 @@ KoDbEntity* Reader::hatch(const Record& r, Common& c, KoDbDxfTags& preserved)
     check(e->setElevation(elevation.z));
     check(e->setNormal(normal));
     if (!ok) return nullptr;
-    return guard.release();
+    return e;
 }
 
 // ---- objects -----------------------------------------------------------------
@@ -1533,9 +1526,9 @@ void Reader::object(const Record& r)
     splitRecord(r, c, false);
     KoDbDxfTags preserved;
     auto keep = [&](const BodyTag& b) { preserve(preserved, b); };
-    KoDbObject* o = nullptr;
+    std::unique_ptr<KoDbObject> o;
     if (r.name == "DICTIONARY") {
-        auto* d = new KoDbDictionary;
+        auto d = std::make_unique<KoDbDictionary>();
         std::string key;
         for (const BodyTag& b : c.body) {
             const RTag& t = *b.tag;
@@ -1552,14 +1545,15 @@ void Reader::object(const Record& r)
             default: keep(b);
             }
         }
-        o = d;
         if (m_d.namedObjects.isNull() && !c.owner) {
-            place(d, c, std::move(preserved), nullptr);
-            m_d.namedObjects = d->objectId();
+            KoDbDictionary* root = d.release();
+            place(root, c, std::move(preserved), nullptr);
+            m_d.namedObjects = root->objectId();
             return;
         }
+        o = std::move(d);
     } else if (r.name == "LAYOUT") {
-        auto* layout = new KoDbLayout;
+        auto layout = std::make_unique<KoDbLayout>();
         KoDbDxfTags plot;
         KoGePoint3d limMin, limMax(420, 297, 0);
         for (const BodyTag& b : c.body) {
@@ -1576,7 +1570,7 @@ void Reader::object(const Record& r)
             case 100: break;
             case 1: layout->setLayoutName(wide(t.value)); break;
             case 71: layout->setTabOrder(integer(t)); break;
-            case 330: if (KoDbStub* s = stubOf(t)) m_layoutBlocks.emplace_back(layout, s); break;
+            case 330: if (KoDbStub* s = stubOf(t)) m_layoutBlocks.emplace_back(layout.get(), s); break;
             case 10: limMin.x = dbl(t); break;
             case 20: limMin.y = dbl(t); break;
             case 11: limMax.x = dbl(t); break;
@@ -1586,9 +1580,9 @@ void Reader::object(const Record& r)
         }
         layout->setLimits({limMin.x, limMin.y}, {limMax.x, limMax.y});
         layout->setPlotSettings(std::move(plot));
-        o = layout;
+        o = std::move(layout);
     } else if (r.name == "DGNDEFINITION") {
-        auto* def = new KoDbDgnDefinition;
+        auto def = std::make_unique<KoDbDgnDefinition>();
         for (const BodyTag& b : c.body) {
             const RTag& t = *b.tag;
             if (t.code == 100 && t.value == "AcDbUnderlayDefinition") continue;
@@ -1612,13 +1606,13 @@ void Reader::object(const Record& r)
             else if (t.code == 1071 && parseInt(t.value, v)) def->setXrefDepth(static_cast<int>(v));
         }
         c.xdata = std::move(rest);
-        o = def;
+        o = std::move(def);
     } else {
-        o = new KoDbUnknownObject(r.name);
+        o = std::make_unique<KoDbUnknownObject>(r.name);
         for (const BodyTag& b : c.body) keep(b);
         ++m_report.unknownObjects[r.name];
     }
-    place(o, c, std::move(preserved), c.owner);
+    place(o.release(), c, std::move(preserved), c.owner);
 }
 
 // ---- after the last section -------------------------------------------------

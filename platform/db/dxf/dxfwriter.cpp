@@ -848,19 +848,6 @@ void Writer::objects()
     tag(0, "ENDSEC");
 }
 
-// Plot settings of a sheet nobody has set up: no device, A3 landscape in mm.
-const KoDbDxfTags& defaultPlotSettings()
-{
-    static const KoDbDxfTags tags = {
-        {1, ""},      {2, "none_device"}, {4, "ISO_A3_(420.00_x_297.00_MM)"}, {6, ""},  {40, "7.5"},  {41, "20.0"},
-        {42, "7.5"},  {43, "20.0"},       {44, "420.0"}, {45, "297.0"}, {46, "0.0"}, {47, "0.0"},  {48, "0.0"},
-        {49, "0.0"},  {140, "0.0"},       {141, "0.0"},  {142, "1.0"},  {143, "1.0"}, {70, "688"}, {72, "1"},
-        {73, "0"},    {74, "5"},          {7, ""},       {75, "16"},    {76, "0"},   {77, "2"},    {78, "300"},
-        {147, "1.0"}, {148, "0.0"},       {149, "0.0"},
-    };
-    return tags;
-}
-
 void Writer::object(const KoDbObject* o)
 {
     if (const auto* d = KoDbDictionary::cast(o)) {
@@ -876,7 +863,7 @@ void Writer::object(const KoDbObject* o)
     } else if (const auto* layout = KoDbLayout::cast(o)) {
         begin("LAYOUT", o);
         subclass("AcDbPlotSettings");
-        tags(layout->plotSettings().empty() ? defaultPlotSettings() : layout->plotSettings());
+        tags(layout->plotSettings());
         keptOfCurrent();
         subclass("AcDbLayout");
         tag(1, layout->getLayoutName());

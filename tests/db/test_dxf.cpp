@@ -1,0 +1,718 @@
+// DXF files: fixtures written by ezdxf are read with their meaning, what we
+// write passes ezdxf's audit and reads back the same in ezdxf and in our
+// reader, malformed files fail with a message, saves are atomic.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <numbers>
+#include <sstream>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "kora/db/dxf.h"
+#include "kora/db/underlay.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr double kPi = std::numbers::pi;
+
+fs::path fixture(const char* name)
+{
+    fs::path p = fs::path(KORA_DB_FIXTURES) / name;
+    if (!fs::exists(p)) ADD_FAILURE() << "missing fixture " << p;
+    return p;
+}
+
+// A folder of the test's own under the build tree.
+fs::path workDir(const std::string& name)
+{
+    const char* root = std::getenv("KORA_USER_ROOT");
+    fs::path dir = fs::path(root ? root : fs::temp_directory_path().string()) / "dxf" / name;
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    return dir;
+}
+
+KoString wide(const fs::path& p) { return KoString::fromUtf8(p.string()); }
+
+std::string run(const std::string& command, int& status)
+{
+    std::string out;
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    char buf[4096];
+    while (pipe && fgets(buf, sizeof buf, pipe)) out += buf;
+    status = pipe ? pclose(pipe) : -1;
+    return out;
+}
+
+// ezdxf's own audit command on a file we wrote.
+void expectAuditClean(const fs::path& file)
+{
+    int status = 0;
+    const std::string out = run("/usr/bin/python3 -m ezdxf audit '" + file.string() + "'", status);
+    EXPECT_EQ(status, 0) << out;
+    EXPECT_NE(out.find("No errors found."), std::string::npos) << out;
+    EXPECT_EQ(out.find("fixed"), std::string::npos) << out;
+}
+
+// ezdxf reads both files to the same layers, blocks, layouts, entities and underlays.
+void expectSameInEzdxf(const fs::path& expected, const fs::path& actual)
+{
+    int status = 0;
+    const std::string out = run("/usr/bin/python3 '" KORA_DB_SCRIPTS "/dxf_check.py' compare '" + expected.string() +
+                                    "' '" + actual.string() + "'",
+                                status);
+    EXPECT_EQ(status, 0) << out;
+}
+
+std::string fmt(double v)
+{
+    char buf[40];
+    std::snprintf(buf, sizeof buf, "%.12g", std::fabs(v) < 1e-12 ? 0.0 : v);
+    return buf;
+}
+std::string fmt(const KoGePoint3d& p) { return "(" + fmt(p.x) + "," + fmt(p.y) + "," + fmt(p.z) + ")"; }
+std::string fmt(const KoGeVector3d& v) { return fmt(KoGePoint3d(v.x, v.y, v.z)); }
+std::string fmt(const KoGePoint2d& p) { return "(" + fmt(p.x) + "," + fmt(p.y) + ")"; }
+std::string fmt(const KoString& s) { return "\"" + s.toUtf8() + "\""; }
+std::string fmt(const KoCmColor& c) { return std::to_string(c.colorMethod()) + "/" + std::to_string(c.colorIndex()) + "/" + std::to_string(c.rgb()); }
+std::string fmt(const KoDbDxfTags& tags)
+{
+    std::string out;
+    for (const auto& t : tags) out += std::to_string(t.code) + "=" + t.value + ";";
+    return out;
+}
+std::string name(KoDbObjectId id)
+{
+    KoDbObjectPointer<KoDbSymbolTableRecord> r(id);
+    return r ? r->getName().toUtf8() : std::string("?");
+}
+
+// Every property the database models, as text, so two reads of a drawing
+// can be compared whole.
+std::string describeEntity(const KoDbEntity* e)
+{
+    std::ostringstream o;
+    o << KoString(e->isA()->name()).toUtf8() << " layer=" << name(e->layerId()) << " lt=" << name(e->linetypeId())
+      << " color=" << fmt(e->color()) << " lw=" << e->lineWeight() << " lts=" << fmt(e->linetypeScale())
+      << " vis=" << e->visibility() << " xdata=" << fmt(e->xData()) << " kept=" << fmt(e->preservedTags());
+    if (auto* l = KoDbLine::cast(e)) o << fmt(l->startPoint()) << fmt(l->endPoint()) << fmt(l->thickness()) << fmt(l->normal());
+    if (auto* a = KoDbArc::cast(e)) o << fmt(a->center()) << fmt(a->radius()) << fmt(a->startAngle()) << fmt(a->endAngle()) << fmt(a->normal());
+    if (auto* c = KoDbCircle::cast(e)) o << fmt(c->center()) << fmt(c->radius()) << fmt(c->normal());
+    if (auto* el = KoDbEllipse::cast(e)) o << fmt(el->center()) << fmt(el->majorAxis()) << fmt(el->radiusRatio()) << fmt(el->startParam()) << fmt(el->endParam());
+    if (auto* p = KoDbPolyline::cast(e)) {
+        o << p->isClosed() << fmt(p->elevation()) << fmt(p->constantWidth()) << fmt(p->normal());
+        for (const auto& v : p->vertices()) o << fmt(v.point) << fmt(v.bulge) << fmt(v.startWidth) << fmt(v.endWidth);
+    }
+    if (auto* p = KoDb3dPolyline::cast(e)) {
+        o << p->isClosed();
+        for (const auto& v : p->vertices()) o << fmt(v);
+    }
+    if (auto* s = KoDbSpline::cast(e)) {
+        o << s->degree() << "/" << s->flags();
+        for (double k : s->knots()) o << fmt(k) << ",";
+        for (double w : s->weights()) o << fmt(w) << ",";
+        for (const auto& p : s->controlPoints()) o << fmt(p);
+        for (const auto& p : s->fitPoints()) o << fmt(p);
+    }
+    if (auto* p = KoDbPoint::cast(e)) o << fmt(p->position());
+    if (auto* t = KoDbText::cast(e))
+        o << fmt(t->textString()) << fmt(t->position()) << fmt(t->alignmentPoint()) << fmt(t->height()) << fmt(t->rotation())
+          << t->horizontalMode() << t->verticalMode() << fmt(t->textStyleName()) << fmt(t->widthFactor());
+    if (auto* m = KoDbMText::cast(e))
+        o << fmt(m->contents()) << fmt(m->location()) << fmt(m->textHeight()) << fmt(m->width()) << m->attachment() << fmt(m->direction());
+    if (auto* b = KoDbBlockReference::cast(e)) {
+        o << name(b->blockTableRecord()) << fmt(b->position()) << fmt(b->rotation()) << fmt(b->scaleFactors().sx)
+          << fmt(b->scaleFactors().sy) << fmt(b->scaleFactors().sz);
+        for (const auto& r : b->attributeRecords()) o << r.dxfName << fmt(r.tags);
+    }
+    if (auto* h = KoDbHatch::cast(e)) {
+        o << fmt(h->patternName()) << h->isSolidFill() << h->patternType() << fmt(h->patternAngle()) << fmt(h->patternScale());
+        for (const auto& loop : h->loops()) {
+            o << " loop" << loop.type << loop.closed;
+            for (const auto& v : loop.vertices) o << fmt(v);
+            for (double b : loop.bulges) o << fmt(b);
+            for (const auto& edge : loop.edges)
+                o << " e" << edge.type << fmt(edge.start) << fmt(edge.end) << fmt(edge.center) << fmt(edge.radius)
+                  << fmt(edge.startAngle) << fmt(edge.endAngle) << edge.counterClockwise << edge.controlPoints.size();
+        }
+        for (const auto& line : h->patternLines()) o << " pl" << fmt(line.angle) << fmt(line.base) << fmt(line.offset);
+    }
+    if (auto* v = KoDbViewport::cast(e)) o << fmt(v->centerPoint()) << fmt(v->width()) << fmt(v->height()) << v->number() << fmt(v->viewCenter()) << fmt(v->viewHeight());
+    if (auto* u = KoDbUnderlayReference::cast(e)) {
+        o << u->definitionId().handle().value() << fmt(u->position()) << fmt(u->scaleFactors().sx) << fmt(u->rotation())
+          << int(u->contrast()) << "/" << int(u->fade()) << u->isOn() << u->isMonochrome() << u->isClipped();
+        for (const auto& p : u->clipBoundary()) o << fmt(p);
+        for (const auto& l : u->underlayLayers()) o << fmt(l.name) << l.state;
+    }
+    if (auto* op = KoDbOpaqueEntity::cast(e)) o << op->dxfName();
+    if (auto* un = KoDbUnknownEntity::cast(e))
+        for (const auto& r : un->subRecords()) o << r.dxfName << r.tags.size();
+    return o.str();
+}
+
+std::string describe(KoDbDatabase& db)
+{
+    std::ostringstream o;
+    o << "insunits=" << db.insunits() << " clayer=" << name(db.clayer()) << " celtype=" << name(db.celtype()) << "\n";
+    KoDbObjectPointer<KoDbLayerTable> layers(db.layerTableId());
+    for (auto it = layers->newIterator(); !it->done(); it->step()) {
+        KoDbLayerTableRecord* l = nullptr;
+        it->getRecord(l);
+        o << "layer " << fmt(l->getName()) << fmt(l->color()) << name(l->linetypeObjectId()) << l->lineWeight() << l->isOff()
+          << l->isFrozen() << l->isLocked() << l->isPlottable() << fmt(l->preservedTags()) << "\n";
+        l->close();
+    }
+    KoDbObjectPointer<KoDbLinetypeTable> linetypes(db.linetypeTableId());
+    for (auto it = linetypes->newIterator(); !it->done(); it->step()) {
+        KoDbLinetypeTableRecord* l = nullptr;
+        it->getRecord(l);
+        o << "linetype " << fmt(l->getName()) << fmt(l->comments()) << fmt(l->patternLength());
+        for (const auto& d : l->dashes()) o << fmt(d.length) << "/" << d.complexType;
+        o << "\n";
+        l->close();
+    }
+    KoDbObjectPointer<KoDbBlockTable> blocks(db.blockTableId());
+    for (auto it = blocks->newIterator(); !it->done(); it->step()) {
+        KoDbBlockTableRecord* b = nullptr;
+        it->getRecord(b);
+        o << "block " << fmt(b->getName()) << b->flags() << fmt(b->origin()) << fmt(b->pathName()) << b->isLayout() << "\n";
+        for (auto ei = b->newIterator(); !ei->done(); ei->step()) {
+            KoDbEntity* e = nullptr;
+            ei->getEntity(e);
+            o << "  " << describeEntity(e) << "\n";
+            e->close();
+        }
+        if (b->isLayout()) {
+            KoDbObjectPointer<KoDbLayout> layout(b->getLayoutId());
+            o << "  layout " << fmt(layout->getLayoutName()) << layout->getTabOrder() << fmt(layout->limitsMax())
+              << layout->getViewportArray().size() << fmt(layout->plotSettings()) << "\n";
+        }
+        b->close();
+    }
+    KoDbObjectPointer<KoDbDictionary> nod(db.namedObjectsDictionaryId());
+    KoDbDictionary* dgn = nullptr;
+    if (nod->getAt(L"ACAD_DGNDEFINITIONS", dgn, KoDb::kForRead) == Kora::eOk) {
+        for (auto it = dgn->newIterator(); !it->done(); it->next()) {
+            KoDbDgnDefinition* def = nullptr;
+            if (it->getObject(def) != Kora::eOk) {
+                ADD_FAILURE() << "not a DGN definition: " << it->name().toUtf8();
+                continue;
+            }
+            o << "dgn " << fmt(it->name()) << fmt(def->getSourceFileName()) << fmt(def->getActiveFileName())
+              << fmt(def->getItemName()) << def->useMasterUnits() << " reactors=" << def->reactors().size() << "\n";
+            def->close();
+        }
+        dgn->close();
+    }
+    return o.str();
+}
+
+// Reads, writes, audits with ezdxf, compares in ezdxf and reads back equal.
+void roundTrip(const char* fixtureName)
+{
+    SCOPED_TRACE(fixtureName);
+    const fs::path in = fixture(fixtureName);
+    const fs::path out = workDir(std::string("rt-") + fixtureName) / fixtureName;
+    KoDbDatabase db(false);
+    KoString message;
+    ASSERT_EQ(db.readDxfFile(wide(in), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(db.dxfOut(wide(out), &message), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(db.filename(), wide(out));
+    expectAuditClean(out);
+    expectSameInEzdxf(in, out);
+    KoDbDatabase again(false);
+    ASSERT_EQ(again.readDxfFile(wide(out), &message), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(describe(db), describe(again));
+    EXPECT_EQ(db.openObjectCount(), 0);
+    EXPECT_EQ(again.openObjectCount(), 0);
+}
+
+KoDbEntity* findEntity(KoDbDatabase& db, const KoRxClass* cls, int nth = 0)
+{
+    KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId());
+    for (auto it = model->newIterator(); !it->done(); it->step()) {
+        KoDbObjectId id;
+        it->getEntityId(id);
+        if (id.objectClass() == cls && nth-- == 0) {
+            KoDbEntity* e = nullptr;
+            kodbOpenObject(e, id, KoDb::kForRead);
+            return e;
+        }
+    }
+    return nullptr;
+}
+
+template <class T>
+struct Found {
+    KoDbEntity* e;
+    explicit Found(KoDbDatabase& db, int nth = 0) : e(findEntity(db, T::desc(), nth)) {}
+    ~Found()
+    {
+        if (e) e->close();
+    }
+    T* operator->() const { return T::cast(e); }
+    explicit operator bool() const { return e != nullptr; }
+};
+
+}  // namespace
+
+TEST(KoDbDxf, ReadsAnotherWritersEntitiesWithTheirMeaning)
+{
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxfFile(db, wide(fixture("entities.dxf")), &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.version, "AC1027");
+    EXPECT_EQ(db.insunits(), 4);
+    for (const char* kept : {"3DFACE", "SOLID", "XLINE", "DIMENSION"}) EXPECT_GE(report.unknownEntities[kept], 1) << kept;
+    EXPECT_EQ(report.unknownEntities["POLYLINE"], 2) << "the polyface mesh and the 2D polyline are kept whole";
+
+    {
+        KoDbObjectPointer<KoDbLayerTable> layers(db.layerTableId());
+        KoDbLayerTableRecord* l = nullptr;
+        ASSERT_EQ(layers->getAt(L"Walls", l, KoDb::kForRead), Kora::eOk);
+        EXPECT_EQ(l->color().colorIndex(), 1);
+        EXPECT_EQ(name(l->linetypeObjectId()), "DASHED");
+        EXPECT_EQ(l->lineWeight(), KoDb::kLnWt035);
+        l->close();
+        struct { const wchar_t* n; bool off, frozen, locked, plot; } states[] = {
+            {L"Hidden", true, false, false, true}, {L"Frozen", false, true, false, true},
+            {L"Locked", false, false, true, true}, {L"NoPlot", false, false, false, false}};
+        for (const auto& s : states) {
+            ASSERT_EQ(layers->getAt(s.n, l, KoDb::kForRead), Kora::eOk);
+            EXPECT_EQ(l->isOff(), s.off);
+            EXPECT_EQ(l->isFrozen(), s.frozen);
+            EXPECT_EQ(l->isLocked(), s.locked);
+            EXPECT_EQ(l->isPlottable(), s.plot);
+            l->close();
+        }
+        ASSERT_EQ(layers->getAt(L"TrueColour", l, KoDb::kForRead), Kora::eOk);
+        EXPECT_TRUE(l->color().isByColor());
+        EXPECT_EQ(l->color().rgb(), 0x0AC81Eu);
+        l->close();
+        KoDbObjectPointer<KoDbLinetypeTable> linetypes(db.linetypeTableId());
+        KoDbLinetypeTableRecord* dashed = nullptr;
+        ASSERT_EQ(linetypes->getAt(L"DASHED", dashed, KoDb::kForRead), Kora::eOk);
+        ASSERT_EQ(dashed->numDashes(), 2);
+        EXPECT_DOUBLE_EQ(dashed->dashLengthAt(1), -0.25);
+        dashed->close();
+    }
+    {
+        Found<KoDbLine> line(db);
+        ASSERT_TRUE(line);
+        EXPECT_EQ(line->endPoint(), KoGePoint3d(10, 5, 0));
+        EXPECT_EQ(line->layer(), KoString(L"Walls"));
+        EXPECT_EQ(line->colorIndex(), 2);
+        EXPECT_EQ(line->lineWeight(), KoDb::kLnWt050);
+        ASSERT_FALSE(line->xData().empty());
+        EXPECT_EQ(line->xData().front().value, "OTHERAPP");
+        Found<KoDbLine> orange(db, 1);
+        EXPECT_EQ(orange->color().rgb(), 0xFF8000u);
+        EXPECT_EQ(orange->linetype(), KoString(L"DASHED"));
+        EXPECT_DOUBLE_EQ(orange->linetypeScale(), 2.0);
+    }
+    {
+        Found<KoDbArc> arc(db);
+        ASSERT_TRUE(arc);
+        EXPECT_NEAR(arc->startAngle(), kPi / 6, 1e-12);
+        EXPECT_NEAR(arc->endAngle(), 2 * kPi / 3, 1e-12);
+        EXPECT_TRUE(arc->color().isByBlock());
+        Found<KoDbPolyline> pl(db);
+        ASSERT_TRUE(pl);
+        EXPECT_TRUE(pl->isClosed());
+        EXPECT_DOUBLE_EQ(pl->elevation(), 3.0);
+        ASSERT_EQ(pl->numVerts(), 4);
+        EXPECT_DOUBLE_EQ(pl->vertices()[1].bulge, 1.0);
+        EXPECT_DOUBLE_EQ(pl->vertices()[3].bulge, -0.5);
+        EXPECT_DOUBLE_EQ(pl->vertices()[0].startWidth, 0.5);
+        Found<KoDb3dPolyline> p3(db);
+        ASSERT_TRUE(p3);
+        ASSERT_EQ(p3->vertices().size(), 4u);
+        EXPECT_EQ(p3->vertices()[3], KoGePoint3d(7, 8, -9));
+        Found<KoDbSpline> rational(db, 1);
+        ASSERT_TRUE(rational);
+        EXPECT_TRUE(rational->isRational());
+        EXPECT_EQ(rational->weights(), (std::vector<double> {1, 0.5, 0.5, 1}));
+    }
+    {
+        Found<KoDbText> text(db);
+        ASSERT_TRUE(text);
+        EXPECT_EQ(text->textString(), KoString(L"Hello DXF"));
+        EXPECT_EQ(text->horizontalMode(), KoDbText::kTextCenter);
+        EXPECT_EQ(text->verticalMode(), KoDbText::kTextVertMid);
+        EXPECT_NEAR(text->rotation(), kPi / 6, 1e-12);
+        Found<KoDbText> unicode(db, 1);
+        EXPECT_EQ(unicode->textString(), KoString(L"Größe ±5 °C"));
+        Found<KoDbMText> mtext(db);
+        ASSERT_TRUE(mtext);
+        EXPECT_GT(mtext->contents().length(), 250) << "the pieces of a long text are joined";
+        EXPECT_NE(mtext->contents().find(L"äöü ß"), -1);
+        EXPECT_EQ(mtext->attachment(), KoDbMText::kMiddleCenter);
+    }
+    {
+        Found<KoDbBlockReference> ref(db);
+        ASSERT_TRUE(ref);
+        EXPECT_EQ(name(ref->blockTableRecord()), "Chair");
+        EXPECT_NEAR(ref->rotation(), kPi / 2, 1e-12);
+        ASSERT_EQ(ref->attributeRecords().size(), 2u);
+        EXPECT_EQ(ref->attributeRecords()[0].dxfName, "ATTRIB");
+        EXPECT_EQ(ref->attributeRecords()[1].dxfName, "SEQEND");
+        KoDbExtents e;
+        ASSERT_EQ(ref->getGeomExtents(e), Kora::eOk);
+        // The block spans y from -1 to 0.5 about its base; doubled and turned a
+        // quarter, that reaches 1 unit left of the insertion point.
+        EXPECT_NEAR(e.minPoint().x, 99, 1e-9);
+    }
+    {
+        Found<KoDbHatch> solid(db);
+        ASSERT_TRUE(solid);
+        EXPECT_TRUE(solid->isSolidFill());
+        ASSERT_EQ(solid->numLoops(), 1);
+        EXPECT_TRUE(solid->loops()[0].isPolyline());
+        EXPECT_EQ(solid->loops()[0].bulges, (std::vector<double> {0, 0.5, 0, 0}));
+        Found<KoDbHatch> edges(db, 1);
+        ASSERT_EQ(edges->numLoops(), 1);
+        const auto& loop = edges->loops()[0];
+        ASSERT_EQ(loop.edges.size(), 4u);
+        EXPECT_EQ(loop.edges[1].type, KoDbHatch::kCirArc);
+        EXPECT_DOUBLE_EQ(loop.edges[1].radius, 5.0);
+        EXPECT_EQ(loop.edges[2].type, KoDbHatch::kEllArc);
+        EXPECT_EQ(loop.edges[3].type, KoDbHatch::kSpline);
+        EXPECT_EQ(loop.edges[3].knots.size(), 6u);
+        Found<KoDbHatch> pattern(db, 2);
+        EXPECT_FALSE(pattern->isSolidFill());
+        EXPECT_EQ(pattern->patternName(), KoString(L"ANSI31"));
+        EXPECT_DOUBLE_EQ(pattern->patternAngle(), 15.0);
+        EXPECT_FALSE(pattern->patternLines().empty());
+    }
+    EXPECT_EQ(db.openObjectCount(), 0);
+}
+
+TEST(KoDbDxf, RoundTripsEveryFixture)
+{
+    for (const char* f : {"entities.dxf", "layouts.dxf", "underlays.dxf", "opaque.dxf", "three_d.dxf", "release2000.dxf"})
+        roundTrip(f);
+}
+
+TEST(KoDbDxf, LayoutsPaperSpaceAndViewports)
+{
+    KoDbDatabase db(false);
+    KoString message;
+    ASSERT_EQ(db.readDxfFile(wide(fixture("layouts.dxf")), &message), Kora::eOk) << message.toUtf8();
+    KoDbObjectPointer<KoDbDictionary> layouts(db.layoutDictionaryId());
+    ASSERT_TRUE(layouts);
+    EXPECT_EQ(layouts->numEntries(), 4);
+    std::map<std::string, size_t> viewports;
+    for (auto it = layouts->newIterator(); !it->done(); it->next()) {
+        KoDbLayout* layout = nullptr;
+        ASSERT_EQ(it->getObject(layout), Kora::eOk);
+        viewports[layout->getLayoutName().toUtf8()] = layout->getViewportArray().size();
+        KoDbObjectPointer<KoDbBlockTableRecord> block(layout->getBlockTableRecordId());
+        ASSERT_TRUE(block) << layout->getLayoutName().toUtf8();
+        EXPECT_EQ(block->getLayoutId(), layout->objectId());
+        layout->close();
+    }
+    EXPECT_EQ(viewports["Layout1"], 1u);
+    EXPECT_EQ(viewports["Sheet2"], 1u);
+    EXPECT_EQ(viewports["Empty"], 0u) << "a sheet never set up has no viewport";
+    KoDbObjectPointer<KoDbBlockTableRecord> paper(db.paperSpaceId());
+    int count = 0;
+    for (auto it = paper->newIterator(); !it->done(); it->step()) ++count;
+    EXPECT_EQ(count, 2) << "the line and the viewport of the first sheet";
+}
+
+TEST(KoDbDxf, DgnUnderlaysReadAndWritten)
+{
+    KoDbDatabase db(false);
+    KoString message;
+    ASSERT_EQ(db.readDxfFile(wide(fixture("underlays.dxf")), &message), Kora::eOk) << message.toUtf8();
+    KoDbObjectPointer<KoDbDictionary> nod(db.namedObjectsDictionaryId());
+    KoDbDictionary* dict = nullptr;
+    ASSERT_EQ(nod->getAt(L"ACAD_DGNDEFINITIONS", dict, KoDb::kForRead), Kora::eOk);
+    EXPECT_EQ(dict->numEntries(), 2);
+    dict->close();
+    {
+        Found<KoDbDgnReference> first(db);
+        ASSERT_TRUE(first);
+        EXPECT_EQ(first->position(), KoGePoint3d(10, 20, 0));
+        EXPECT_EQ(first->scaleFactors(), (KoGeScale3d {2, 2, 2}));
+        EXPECT_NEAR(first->rotation(), kPi / 4, 1e-12);
+        EXPECT_EQ(first->contrast(), 60);
+        EXPECT_EQ(first->fade(), 30);
+        EXPECT_TRUE(first->isMonochrome());
+        KoDbObjectPointer<KoDbDgnDefinition> def(first->definitionId());
+        ASSERT_TRUE(def);
+        EXPECT_EQ(def->getSourceFileName(), KoString(L"/data/site.dgn"));
+        EXPECT_EQ(def->getItemName(), KoString(L"Default"));
+        int references = 0;
+        for (void* r : def->reactors())
+            if (kodbPersistentReactorObjectId(r).objectClass() == KoDbDgnReference::desc()) ++references;
+        EXPECT_EQ(references, 2);
+        Found<KoDbDgnReference> clipped(db, 2);
+        EXPECT_EQ(clipped->clipBoundary().size(), 4u);
+    }
+
+    // Written by us: definition attributes and layer states survive, and
+    // ezdxf accepts the file.
+    KoDbDatabase made;
+    KoDbObjectId dictId, defId;
+    {
+        KoDbObjectPointer<KoDbDictionary> root(made.namedObjectsDictionaryId(), KoDb::kForWrite);
+        auto* d = new KoDbDictionary;
+        root->setAt(L"ACAD_DGNDEFINITIONS", d, dictId);
+        auto* def = new KoDbDgnDefinition;
+        def->setUnderlayItem(L"plan.dgn", L"/projects/a/plan.dgn", std::unique_ptr<KoDbUnderlayItem>());
+        def->setItemName(L"Level 2");
+        def->setUseMasterUnits(false);
+        d->setAt(L"plan-Level 2", def, defId);
+        def->close();
+        d->close();
+    }
+    auto* ref = new KoDbDgnReference;
+    ref->setDatabaseDefaults(&made);
+    ref->setDefinitionId(defId);
+    ref->setPosition({1, 2, 0});
+    ref->setRotation(0.5);
+    ref->setUnderlayLayers({{L"Level 1", KoDbUnderlayLayer::kOn}, {L"Level 7", KoDbUnderlayLayer::kOff}});
+    {
+        KoDbObjectPointer<KoDbBlockTableRecord> model(made.modelSpaceId(), KoDb::kForWrite);
+        model->appendKoDbEntity(ref);
+        ref->close();
+    }
+    const fs::path out = workDir("underlays-made") / "made.dxf";
+    ASSERT_EQ(made.dxfOut(wide(out), &message), Kora::eOk) << message.toUtf8();
+    expectAuditClean(out);
+    KoDbDatabase back(false);
+    ASSERT_EQ(back.readDxfFile(wide(out), &message), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(describe(made), describe(back));
+    Found<KoDbDgnReference> r(back);
+    ASSERT_TRUE(r);
+    ASSERT_EQ(r->underlayLayers().size(), 2u);
+    EXPECT_EQ(r->underlayLayers()[1].name, KoString(L"Level 7"));
+    EXPECT_EQ(r->underlayLayers()[1].state, KoDbUnderlayLayer::kOff);
+    EXPECT_TRUE(r->xData().empty()) << "the platform's own extended data is not kept twice";
+    KoDbObjectPointer<KoDbDgnDefinition> def(r->definitionId());
+    EXPECT_EQ(def->getActiveFileName(), KoString(L"/projects/a/plan.dgn"));
+    EXPECT_FALSE(def->useMasterUnits());
+}
+
+TEST(KoDbDxf, ContentAnExportScanLooksFor)
+{
+    KoDbDatabase db(false);
+    KoString message;
+    ASSERT_EQ(db.readDxfFile(wide(fixture("opaque.dxf")), &message), Kora::eOk) << message.toUtf8();
+    const KoRxClass* unsupported[] = {KoDb3dSolid::desc(), KoDbSurface::desc(), KoDbBody::desc(), KoDbOleFrame::desc(),
+                                      KoDbOle2Frame::desc()};
+    int found = 0;
+    bool threeD = false;
+    KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId());
+    for (auto it = model->newIterator(); !it->done(); it->step()) {
+        KoDbEntity* e = nullptr;
+        ASSERT_EQ(it->getEntity(e), Kora::eOk);
+        for (const KoRxClass* c : unsupported)
+            if (e->isA()->isDerivedFrom(c)) ++found;
+        KoDbExtents ext;
+        if (e->getGeomExtents(ext) == Kora::eOk)
+            threeD = threeD || std::fabs(ext.minPoint().z) > 1e-7 || std::fabs(ext.maxPoint().z) > 1e-7;
+        e->close();
+    }
+    EXPECT_EQ(found, 3) << "3DSOLID, BODY and the extruded SURFACE (a REGION is none of these)";
+    EXPECT_FALSE(threeD) << "z = 5e-8 is flat";
+
+    KoDbDatabase raised(false);
+    ASSERT_EQ(raised.readDxfFile(wide(fixture("three_d.dxf")), &message), Kora::eOk);
+    Found<KoDbLine> line(raised);
+    KoDbExtents ext;
+    ASSERT_EQ(line->getGeomExtents(ext), Kora::eOk);
+    EXPECT_GT(ext.maxPoint().z, 1e-7);
+}
+
+TEST(KoDbDxf, OlderReleaseInItsCodePage)
+{
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxfFile(db, wide(fixture("release2000.dxf")), &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.version, "AC1015");
+    KoDbObjectPointer<KoDbLayerTable> layers(db.layerTableId());
+    EXPECT_TRUE(layers->has(L"Façade"));
+    Found<KoDbText> text(db);
+    ASSERT_TRUE(text);
+    EXPECT_EQ(text->textString(), KoString(L"Café"));
+}
+
+namespace {
+
+std::string fileText(const fs::path& p)
+{
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void writeFile(const fs::path& p, const std::string& text)
+{
+    std::ofstream out(p, std::ios::binary);
+    out << text;
+}
+
+// A minimal but complete drawing of our own making, as text.
+std::string smallDrawing()
+{
+    KoDbDatabase db;
+    auto* line = new KoDbLine({0, 0, 0}, {1, 1, 0});
+    KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId(), KoDb::kForWrite);
+    model->appendKoDbEntity(line);
+    line->close();
+    model.close();
+    std::string text;
+    kodbWriteDxf(db, text);
+    return text;
+}
+
+}  // namespace
+
+TEST(KoDbDxf, MalformedFilesFailWithFileAndLine)
+{
+    const fs::path dir = workDir("malformed");
+    const std::string good = smallDrawing();
+    struct Case {
+        const char* file;
+        std::string text;
+        Kora::ErrorStatus status;
+        const char* says;
+    };
+    std::string badNumber = good;
+    badNumber.replace(badNumber.find(" 11\n1.0\n"), 8, " 11\n1,0x\n");
+    std::string badCode = good;
+    badCode.replace(badCode.find("  0\nLINE\n"), 9, "  0\nLINE\nxyz\n1\n");
+    std::string unknownCode = good;
+    unknownCode.replace(unknownCode.find("  0\nLINE\n"), 9, "  0\nLINE\n2000\n1\n");
+    std::string r12 = good;
+    r12.replace(r12.find("AC1027"), 6, "AC1009");
+    const Case cases[] = {
+        {"empty.dxf", "", Kora::eBadDxfFile, "empty"},
+        {"binary.dxf", std::string("AutoCAD Binary DXF\r\n\x1a\0", 22) + "junk", Kora::eUnsupportedFileFormat, "binary"},
+        {"truncated.dxf", good.substr(0, good.size() / 2), Kora::eBadDxfFile, "line"},
+        {"number.dxf", badNumber, Kora::eBadDxfFile, "is not a number"},
+        {"code.dxf", badCode, Kora::eBadDxfFile, "group code was expected"},
+        {"unknown-code.dxf", unknownCode, Kora::eBadDxfFile, "invalid group code 2000"},
+        {"r12.dxf", r12, Kora::eBadDxfFile, "AC1009"},
+        {"prose.dxf", "This is not a drawing.\n", Kora::eBadDxfFile, "group code"},
+        {"no-value.dxf", "  0\nSECTION\n  2\n", Kora::eBadDxfFile, "without its value"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file);
+        const fs::path p = dir / c.file;
+        writeFile(p, c.text);
+        // The database keeps what it had when a read fails.
+        KoDbDatabase db;
+        const KoDbObjectId model = db.modelSpaceId();
+        KoString message;
+        EXPECT_EQ(db.readDxfFile(wide(p), &message), c.status);
+        const std::string m = message.toUtf8();
+        EXPECT_NE(m.find(p.string()), std::string::npos) << m;
+        EXPECT_NE(m.find(c.says), std::string::npos) << m;
+        if (c.status == Kora::eBadDxfFile && !c.text.empty()) {
+            EXPECT_NE(m.find(", line "), std::string::npos) << m;
+        }
+        EXPECT_EQ(db.modelSpaceId(), model);
+        EXPECT_EQ(db.openObjectCount(), 0);
+    }
+    KoDbDatabase db;
+    KoString message;
+    EXPECT_EQ(db.readDxfFile(wide(dir / "missing.dxf"), &message), Kora::eFileNotFound);
+    EXPECT_NE(message.toUtf8().find("missing.dxf"), std::string::npos);
+
+    // The number error names the very line of the bad value.
+    KoDbDatabase bad(false);
+    kodbReadDxf(bad, badNumber, L"mem.dxf", &message);
+    const size_t at = badNumber.find("1,0x");
+    const long line = std::count(badNumber.begin(), badNumber.begin() + static_cast<long>(at), '\n');  // the code's line
+    EXPECT_NE(message.toUtf8().find("line " + std::to_string(line) + ":"), std::string::npos) << message.toUtf8();
+
+    // A read is refused while the target has open objects.
+    KoDbDatabase busy;
+    KoDbObjectPointer<KoDbBlockTableRecord> model(busy.modelSpaceId());
+    EXPECT_EQ(kodbReadDxf(busy, good, L"good.dxf", &message), Kora::eInvalidOpenState);
+}
+
+TEST(KoDbDxf, UnknownDataIsKeptAndRepairsAreReported)
+{
+    std::string text = smallDrawing();
+    // An entity of a kind nobody models, with an extra application's data,
+    // on a layer the file never defines.
+    const std::string foreign =
+        "  0\nACME_WIDGET\n  5\nFFF0\n100\nAcDbEntity\n  8\nGhosts\n100\nAcDbAcmeWidget\n 10\n1.5\n 20\n2.5\n 30\n0.0\n"
+        "  1\nsprocket\n1001\nACME\n1000\nkeep me\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), foreign);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"mem.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["ACME_WIDGET"], 1);
+    ASSERT_EQ(report.warnings.size(), 1u);
+    EXPECT_NE(report.warnings[0].find("Ghosts"), std::string::npos);
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    const size_t at = out.find("ACME_WIDGET");
+    ASSERT_NE(at, std::string::npos);
+    const std::string written = out.substr(at, out.find("  0\n", at) - at);
+    for (const char* part : {"AcDbAcmeWidget", "sprocket", "1001\nACME", "keep me", "  8\nGhosts"})
+        EXPECT_NE(written.find(part), std::string::npos) << part << " in\n" << written;
+}
+
+TEST(KoDbDxf, SavesAreAtomic)
+{
+    const fs::path dir = workDir("atomic");
+    const fs::path target = dir / "drawing.dxf";
+    writeFile(target, "old contents\n");
+    KoDbDatabase db;
+    KoString message;
+    ASSERT_EQ(db.dxfOut(wide(target), &message), Kora::eOk) << message.toUtf8();
+    const std::string saved = fileText(target);
+    EXPECT_NE(saved.find("AC1027"), std::string::npos);
+
+    // A write that fails half way (the file size limit stands for a full
+    // disk) leaves the old file and no temporary file.
+    {
+        auto* big = new KoDbMText;
+        big->setContents(KoString(L'x', 200000));
+        KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId(), KoDb::kForWrite);
+        model->appendKoDbEntity(big);
+        big->close();
+    }
+    struct rlimit old;
+    getrlimit(RLIMIT_FSIZE, &old);
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = old;
+    small.rlim_cur = 100000;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const Kora::ErrorStatus es = db.dxfOut(wide(target), &message);
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, previous);
+    EXPECT_EQ(es, Kora::eFileWriteError);
+    EXPECT_NE(message.toUtf8().find("drawing.dxf"), std::string::npos) << message.toUtf8();
+    EXPECT_EQ(fileText(target), saved);
+    int files = 0;
+    for (const auto& entry : fs::directory_iterator(dir)) files += entry.is_regular_file();
+    EXPECT_EQ(files, 1) << "the temporary file is removed";
+
+    // A folder nobody can write into.
+    EXPECT_EQ(db.dxfOut(wide(target / "inside-a-file.dxf"), &message), Kora::eFileAccessErr);
+    if (geteuid() != 0) {
+        const fs::path locked = dir / "locked";
+        fs::create_directory(locked);
+        writeFile(locked / "drawing.dxf", "keep\n");
+        fs::permissions(locked, fs::perms::owner_read | fs::perms::owner_exec);
+        EXPECT_EQ(db.dxfOut(wide(locked / "drawing.dxf"), &message), Kora::eFileAccessErr);
+        fs::permissions(locked, fs::perms::owner_all);
+        EXPECT_EQ(fileText(locked / "drawing.dxf"), "keep\n");
+    }
+}
