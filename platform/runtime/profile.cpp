@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <list>
@@ -600,11 +601,16 @@ void releaseLock(KoProfileFile& file)
 
 // Replaces the file with the parsed copy: a temporary file in the same
 // folder, flushed to disk, then renamed over the file, so readers see the
-// old file or the new one and never a part.
+// old file or the new one and never a part. A file reached through a
+// symbolic link is replaced where it really lives, keeping the link.
 bool flush(KoProfileFile& file)
 {
     static unsigned counter = 0;
-    const std::filesystem::path target(file.path);
+    std::filesystem::path target(file.path);
+    if (char* real = realpath(file.path.c_str(), nullptr)) {
+        target = real;
+        std::free(real);
+    }
     const std::string prefix = (target.parent_path() / ("." + target.filename().string())).string()
                              + "." + std::to_string(getpid()) + ".";
     std::string temp;
@@ -618,7 +624,7 @@ bool flush(KoProfileFile& file)
     struct stat st;
     const bool ok = (!file.exists || fchmod(fd, file.stamp.st_mode & 07777) == 0)
                  && writeAll(fd, serialize(file.doc)) && fsync(fd) == 0 && fstat(fd, &st) == 0
-                 && rename(temp.c_str(), file.path.c_str()) == 0;
+                 && rename(temp.c_str(), target.c_str()) == 0;
     if (!ok) {
         unlink(temp.c_str());
         close(fd);

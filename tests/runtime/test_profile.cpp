@@ -320,6 +320,18 @@ TEST_F(Profile, RefusedWritesChangeAndCreateNothing)
     EXPECT_EQ(bytes(f), "[S]\nk=1\n");
 }
 
+TEST_F(Profile, AWriteThroughALinkReplacesItsTargetAndKeepsTheLink)
+{
+    const std::wstring target = file("target.ini");
+    putBytes(target, "[S]\nk=1\n");
+    const std::wstring link = file("link.ini");
+    fs::create_symlink(diskPath(target), diskPath(link));
+    ASSERT_TRUE(write(L"S", L"k", L"2", link));
+    EXPECT_TRUE(fs::is_symlink(diskPath(link)));
+    EXPECT_EQ(bytes(target), "[S]\nk=2\n");
+    EXPECT_EQ(read(L"S", L"k", target), L"2");
+}
+
 TEST_F(Profile, ABatchReplacesTheFileOnceWhenItEnds)
 {
     const std::wstring f = file("batch.ini");
