@@ -107,7 +107,9 @@ int main(int argc, char** argv)
     koraRegisterHostCommands();
 
     std::error_code ec;
-    std::vector<fs::path> modules = autoload ? modulesBeside(fs::read_symlink("/proc/self/exe", ec)) : std::vector<fs::path>{};
+    const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
+    koraInstallMissingSeeds(KoString::fromUtf8((exe.parent_path().parent_path() / "share" / "kora" / "seeds").string()));
+    std::vector<fs::path> modules = autoload ? modulesBeside(exe) : std::vector<fs::path>{};
     for (const std::string& m : extraModules) modules.emplace_back(m);
     KoRxDynamicLinker* linker = KoRxDynamicLinker::cast(korxSysRegistry()->at(KORX_DYNAMIC_LINKER));
     for (const fs::path& m : modules) linker->loadModule(KoString::fromUtf8(m.string()), true);

@@ -5,6 +5,8 @@
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace {
@@ -14,9 +16,9 @@ struct KoraRun {
     std::string output;
 };
 
-KoraRun kora(const std::string& arguments, const std::string& input = "")
+KoraRun kora(const std::string& arguments, const std::string& input = "", const std::string& environment = "")
 {
-    const std::string command = "cd " KORA_SOURCE_DIR " && printf '" + input + "' | " KORA_BIN_DIR "/kora " + arguments + " 2>&1";
+    const std::string command = "cd " KORA_SOURCE_DIR " && printf '" + input + "' | " + environment + " " KORA_BIN_DIR "/kora " + arguments + " 2>&1";
     KoraRun run{-1, {}};
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return run;
@@ -58,4 +60,26 @@ TEST(KoraExecutable, ReadsPipedCommandsAndModulesByPath)
     ASSERT_NE(loaded, std::string::npos) << run.output;
     EXPECT_EQ(run.output.find("KRX_DGN:"), run.output.find("KRX_DGN:", loaded));
     EXPECT_EQ(run.output.rfind("Command: HELP"), run.output.find("Command: HELP", loaded));
+}
+
+TEST(KoraExecutable, FirstStartPlacesTheSeedFilesAndKeepsTheUsersOwn)
+{
+    namespace fs = std::filesystem;
+    const fs::path root = fs::path(std::getenv("KORA_USER_ROOT")) / "first-start";
+    fs::remove_all(root);
+    const fs::path templates = root / "data" / "kora" / "Template";
+    fs::create_directories(templates);
+    {
+        std::ofstream mine(templates / "V7-Metric-Seed2D.dgn");
+        mine << "the user's own";
+    }
+    const KoraRun run = kora("--no-autoload", "QUIT\\n", "KORA_USER_ROOT=" + root.string());
+    EXPECT_EQ(run.status, 0) << run.output;
+    int seeds = 0;
+    for (const auto& entry : fs::directory_iterator(templates)) seeds += entry.path().extension() == ".dgn";
+    EXPECT_EQ(seeds, 10);
+    std::ifstream mine(templates / "V7-Metric-Seed2D.dgn");
+    std::string text;
+    std::getline(mine, text);
+    EXPECT_EQ(text, "the user's own");
 }

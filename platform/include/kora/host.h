@@ -31,5 +31,10 @@ KORA_API void koraRunScriptText(const KoString& text);
 // True once QUIT has run.
 KORA_API bool koraQuitRequested();
 
+// Copies the seed files of `sourceFolder` (*.dgn) that the user's template
+// folder does not have yet; files already there are never replaced, so a
+// user's own edits survive. Answers how many were copied.
+KORA_API int koraInstallMissingSeeds(const KoString& sourceFolder);
+
 // Unloads every module, newest first (the host does it before exiting).
 KORA_API void koraUnloadAllModules();
