@@ -158,9 +158,18 @@ int koedInitGet(int flags, const wchar_t* keywordList)
 
 namespace {
 
-// One reply to a numeric or geometric prompt. A reply that is a keyword of
-// the pending list answers KORTKWORD; otherwise `accept` judges the text
-// and answers KORTNORM, or prints why not and answers KORTREJ to ask again.
+// Matches a reply against the pending keywords: local ones, or global
+// ones when the reply starts with "_".
+Match matchReply(const PendingKeywords& keywords, const KoString& text, size_t& index)
+{
+    if (text.getAt(0) == L'_' && text.length() > 1) return matchKeyword(keywords.global, text.mid(1), index);
+    return matchKeyword(keywords.local, text, index);
+}
+
+// One reply to a prompt. A reply that is a keyword of the pending list
+// answers KORTKWORD; otherwise `accept` judges the text (knowing how the
+// keyword match failed) and answers KORTNORM, or prints why not and
+// answers KORTREJ to ask again.
 template <typename Accept>
 int askValue(const wchar_t* prompt, Accept accept)
 {
@@ -175,13 +184,12 @@ int askValue(const wchar_t* prompt, Accept accept)
             return KORTNONE;
         }
         size_t index = 0;
-        const bool wantsGlobal = text.getAt(0) == L'_' && text.length() > 1;
-        if (!keywords.local.empty() && matchKeyword(wantsGlobal ? keywords.global : keywords.local,
-                                                    wantsGlobal ? text.mid(1) : text, index) == Match::Found) {
+        const Match m = matchReply(keywords, text, index);
+        if (m == Match::Found) {
             g_lastKeyword = keywords.global[index];
             return KORTKWORD;
         }
-        const int rc = accept(text, keywords.flags);
+        const int rc = accept(text, keywords.flags, m);
         if (rc != KORTREJ) return rc;
     }
 }
@@ -206,7 +214,7 @@ int koedGetPoint(const double* basePoint, const wchar_t* prompt, double result[3
 {
     if (!result) return KORTREJ;
     const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : KoGePoint3d();
-    return askValue(prompt, [&](const KoString& text, int) {
+    return askValue(prompt, [&](const KoString& text, int, Match) {
         const std::optional<KoGePoint3d> p = kora::detail::parsePoint(text, basePoint ? &base : nullptr);
         if (!p) {
             print(L"\nInvalid point.");
@@ -224,7 +232,7 @@ int koedGetDist(const double* basePoint, const wchar_t* prompt, double* result)
 {
     if (!result) return KORTREJ;
     const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : kora::detail::lastPoint();
-    return askValue(prompt, [&](const KoString& text, int flags) {
+    return askValue(prompt, [&](const KoString& text, int flags, Match) {
         std::optional<double> d = kora::detail::parseReal(text);
         if (!d) {
             if (const std::optional<KoGePoint3d> p = kora::detail::parsePoint(text, &base))
@@ -244,7 +252,7 @@ int koedGetAngle(const double* basePoint, const wchar_t* prompt, double* result)
 {
     if (!result) return KORTREJ;
     const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : kora::detail::lastPoint();
-    return askValue(prompt, [&](const KoString& text, int) {
+    return askValue(prompt, [&](const KoString& text, int, Match) {
         std::optional<double> a;
         if (const std::optional<double> degrees = kora::detail::parseReal(text)) a = *degrees * M_PI / 180.0;
         else if (const std::optional<KoGePoint3d> p = kora::detail::parsePoint(text, &base)) a = std::atan2(p->y - base.y, p->x - base.x);
@@ -260,7 +268,7 @@ int koedGetAngle(const double* basePoint, const wchar_t* prompt, double* result)
 int koedGetReal(const wchar_t* prompt, double* result)
 {
     if (!result) return KORTREJ;
-    return askValue(prompt, [&](const KoString& text, int flags) {
+    return askValue(prompt, [&](const KoString& text, int flags, Match) {
         const std::optional<double> v = kora::detail::parseReal(text);
         if (!v) {
             print(L"\nRequires numeric value.");
@@ -275,7 +283,7 @@ int koedGetReal(const wchar_t* prompt, double* result)
 int koedGetInt(const wchar_t* prompt, int* result)
 {
     if (!result) return KORTREJ;
-    return askValue(prompt, [&](const KoString& text, int flags) {
+    return askValue(prompt, [&](const KoString& text, int flags, Match) {
         const std::optional<double> v = kora::detail::parseReal(text);
         if (!v || *v != std::floor(*v) || std::fabs(*v) > 32767) {
             print(L"\nRequires an integer between -32768 and 32767.");
@@ -294,25 +302,16 @@ int koedGetInput(wchar_t* result, size_t bufLen)
 
 int koedGetKword(const wchar_t* prompt, wchar_t* result, size_t bufLen)
 {
-    const PendingKeywords keywords = std::move(g_pending);
-    g_pending = {};
-    if (!result || bufLen == 0) return KORTREJ;
-    result[0] = 0;
-    for (;;) {
-        const std::optional<KoString> reply = readReply(prompt, false);
-        if (!reply) return KORTCAN;
-        const KoString text = reply->trimmed();
-        if (text.isEmpty()) {
-            if (keywords.flags & KORSG_NONULL) continue;
-            return KORTNONE;
-        }
-        size_t index = 0;
-        const bool wantsGlobal = text.getAt(0) == L'_' && text.length() > 1;
-        const Match m = wantsGlobal ? matchKeyword(keywords.global, text.mid(1), index)
-                                    : matchKeyword(keywords.local, text, index);
-        if (m == Match::Found) return copyOut(keywords.global[index], result, bufLen);
-        print(m == Match::Ambiguous ? L"\nAmbiguous response, please clarify..." : L"\nInvalid option keyword.");
+    if (!result || bufLen == 0) {
+        g_pending = {};
+        return KORTREJ;
     }
+    result[0] = 0;
+    const int rc = askValue(prompt, [](const KoString&, int, Match m) {
+        print(m == Match::Ambiguous ? L"\nAmbiguous response, please clarify..." : L"\nInvalid option keyword.");
+        return static_cast<int>(KORTREJ);
+    });
+    return rc == KORTKWORD ? copyOut(g_lastKeyword, result, bufLen) : rc;
 }
 
 int koedPrompt(const wchar_t* message)
