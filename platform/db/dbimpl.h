@@ -80,6 +80,10 @@ struct KoDbAccess {
     // open for write (counted), as objects added by callers do.
     static Kora::ErrorStatus add(KoDbDatabase& db, KoDbObject* o, KoDbStub* owner, bool openForWrite,
                                  uint64_t handle = 0);
+    // Adds an object whose handle is given later (numberStub), once every
+    // handle of a file being read is known.
+    static void addUnnumbered(KoDbDatabase& db, KoDbObject* o, KoDbStub* owner);
+    static void numberStub(KoDbDatabase& db, KoDbStub* stub);
     static void appended(KoDbEntity* e) { e->subAppended(); }
     static void swap(KoDbDatabase& a, KoDbDatabase& b);
 };

@@ -311,6 +311,22 @@ KoDbDatabase::Impl::~Impl()
     }
 }
 
+void KoDbAccess::addUnnumbered(KoDbDatabase& db, KoDbObject* o, KoDbStub* owner)
+{
+    KoDbStub& stub = db.m_impl->stubs.emplace_back();
+    stub.database = &db;
+    stub.object = o;
+    o->m_stub = &stub;
+    o->m_owner = owner;
+}
+
+void KoDbAccess::numberStub(KoDbDatabase& db, KoDbStub* stub)
+{
+    KoDbDatabase::Impl& impl = *db.m_impl;
+    stub->handle = impl.handseed++;
+    impl.byHandle.emplace(stub->handle, stub);
+}
+
 Kora::ErrorStatus KoDbAccess::add(KoDbDatabase& db, KoDbObject* o, KoDbStub* owner, bool openForWrite, uint64_t handle)
 {
     if (!o) return Kora::eNullObjectPointer;

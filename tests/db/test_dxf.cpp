@@ -15,6 +15,7 @@
 
 #include "kora/db/dxf.h"
 #include "kora/db/underlay.h"
+#include "kora/db/units.h"
 
 namespace fs = std::filesystem;
 
@@ -650,14 +651,17 @@ TEST(KoDbDxf, UnknownDataIsKeptAndRepairsAreReported)
     // on a layer the file never defines.
     const std::string foreign =
         "  0\nACME_WIDGET\n  5\nFFF0\n100\nAcDbEntity\n  8\nGhosts\n100\nAcDbAcmeWidget\n 10\n1.5\n 20\n2.5\n 30\n0.0\n"
-        "  1\nsprocket\n1001\nACME\n1000\nkeep me\n";
+        "  1\nsprocket\n1001\nACME\n1000\nkeep me\n"
+        "  0\nOLE2FRAME\n  5\nFFF1\n100\nAcDbEntity\n  8\n0\n100\nAcDbOle2Frame\n 70\n2\n  3\nPaintbrush Picture\n"
+        " 10\n0.0\n 20\n5.0\n 30\n0.0\n 11\n5.0\n 21\n0.0\n 31\n0.0\n 71\n2\n 72\n0\n 90\n4\n310\nDEADBEEF\n"
+        "  1\nOLE\n";
     text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), foreign);
     KoDbDatabase db(false);
     KoString message;
     KoDbDxfReadReport report;
     ASSERT_EQ(kodbReadDxf(db, text, L"mem.dxf", &message, &report), Kora::eOk) << message.toUtf8();
     EXPECT_EQ(report.unknownEntities["ACME_WIDGET"], 1);
-    ASSERT_EQ(report.warnings.size(), 1u);
+    ASSERT_EQ(report.warnings.size(), 1u) << report.warnings.back();
     EXPECT_NE(report.warnings[0].find("Ghosts"), std::string::npos);
     std::string out;
     ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
@@ -666,6 +670,12 @@ TEST(KoDbDxf, UnknownDataIsKeptAndRepairsAreReported)
     const std::string written = out.substr(at, out.find("  0\n", at) - at);
     for (const char* part : {"AcDbAcmeWidget", "sprocket", "1001\nACME", "keep me", "  8\nGhosts"})
         EXPECT_NE(written.find(part), std::string::npos) << part << " in\n" << written;
+    Found<KoDbOle2Frame> ole(db);
+    ASSERT_TRUE(ole) << "an OLE object is recognised by its class";
+    EXPECT_TRUE(ole->isA()->isDerivedFrom(KoDbOleFrame::desc()));
+    KoDbExtents none;
+    EXPECT_EQ(ole->getGeomExtents(none), Kora::eNotApplicable);
+    EXPECT_NE(out.find("310\nDEADBEEF\n"), std::string::npos) << "its data goes back as it came";
 }
 
 TEST(KoDbDxf, SavesAreAtomic)
@@ -715,4 +725,109 @@ TEST(KoDbDxf, SavesAreAtomic)
         fs::permissions(locked, fs::perms::owner_all);
         EXPECT_EQ(fileText(locked / "drawing.dxf"), "keep\n");
     }
+}
+
+TEST(KoDbDxf, DrawingMadeThroughTheApiPassesTheAudit)
+{
+    KoDbDatabase db;
+    db.setInsunits(KoDb::kUnitsMillimeters);
+    KoDbObjectId blockId;
+    {
+        KoDbObjectPointer<KoDbBlockTable> blocks(db.blockTableId(), KoDb::kForWrite);
+        auto* block = new KoDbBlockTableRecord;
+        block->setName(L"Door");
+        blocks->add(blockId, block);
+        auto* leaf = new KoDbLine({0, 0, 0}, {0.9, 0, 0});
+        block->appendKoDbEntity(leaf);
+        leaf->close();
+        block->close();
+    }
+    std::vector<KoDbEntity*> entities;
+    entities.push_back(new KoDbLine({0, 0, 0}, {10, 0, 0}));
+    entities.push_back(new KoDbCircle({5, 5, 0}, {0, 0, 1}, 2));
+    entities.push_back(new KoDbArc({0, 0, 0}, 3, 0.1, 2.0));
+    auto* ellipse = new KoDbEllipse;
+    ellipse->set({0, 0, 0}, {0, 0, 1}, {4, 0, 0}, 0.5);
+    entities.push_back(ellipse);
+    auto* pl = new KoDbPolyline;
+    pl->addVertexAt(0, {0, 0}, 0.5);
+    pl->addVertexAt(1, {5, 0});
+    pl->addVertexAt(2, {5, 5});
+    pl->setClosed(true);
+    entities.push_back(pl);
+    auto* p3 = new KoDb3dPolyline;
+    p3->setVertices({{0, 0, 0}, {1, 1, 1}, {2, 0, 2}});
+    entities.push_back(p3);
+    auto* spline = new KoDbSpline;
+    spline->setNurbsData(3, 8, {0, 0, 0, 0, 1, 1, 1, 1}, {{0, 0, 0}, {1, 2, 0}, {3, 2, 0}, {4, 0, 0}});
+    entities.push_back(spline);
+    entities.push_back(new KoDbPoint({7, 7, 0}));
+    auto* text = new KoDbText;
+    text->setTextString(L"Ä^caret\nnewline");
+    text->setPosition({1, 1, 0});
+    entities.push_back(text);
+    auto* mtext = new KoDbMText;
+    mtext->setContents(KoString(L'é', 400));
+    mtext->setRotation(0.3);
+    entities.push_back(mtext);
+    entities.push_back(new KoDbBlockReference({20, 20, 0}, blockId));
+    auto* hatch = new KoDbHatch;
+    KoDbHatch::Loop square;
+    square.type = 2 | 1;
+    square.vertices = {{0, 0}, {4, 0}, {4, 4}, {0, 4}};
+    hatch->appendLoop(square);
+    KoDbHatch::Loop edges;
+    edges.type = 1;
+    KoDbHatch::Edge a, b;
+    a.type = KoDbHatch::kLine;
+    a.start = {10, 0};
+    a.end = {14, 0};
+    b.type = KoDbHatch::kCirArc;
+    b.center = {12, 0};
+    b.radius = 2;
+    b.startAngle = 0;
+    b.endAngle = 180;
+    edges.edges = {a, b};
+    hatch->appendLoop(edges);
+    entities.push_back(hatch);
+    {
+        KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId(), KoDb::kForWrite);
+        for (KoDbEntity* e : entities) {
+            ASSERT_EQ(model->appendKoDbEntity(e), Kora::eOk) << KoString(e->isA()->name()).toUtf8();
+            e->close();
+        }
+    }
+    KoDbObjectId layoutId, sheetId;
+    ASSERT_EQ(db.createLayout(L"Plan", layoutId, sheetId), Kora::eOk);
+    {
+        KoDbObjectPointer<KoDbBlockTableRecord> sheet(sheetId, KoDb::kForWrite);
+        auto* vp = new KoDbViewport;
+        vp->setCenterPoint({150, 100, 0});
+        vp->setWidth(200);
+        vp->setHeight(150);
+        vp->setViewHeight(40);
+        sheet->appendKoDbEntity(vp);
+        vp->close();
+    }
+    db.updateExt();
+    const fs::path out = workDir("api") / "api.dxf";
+    KoString message;
+    ASSERT_EQ(db.dxfOut(wide(out), &message), Kora::eOk) << message.toUtf8();
+    expectAuditClean(out);
+    KoDbDatabase back(false);
+    ASSERT_EQ(back.readDxfFile(wide(out), &message), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(describe(db), describe(back));
+    Found<KoDbText> t(back);
+    EXPECT_EQ(t->textString(), KoString(L"Ä^caret\nnewline")) << "control characters and carets survive";
+    int status = 0;
+    const std::string listed = run("/usr/bin/python3 -c \"import ezdxf,collections; d=ezdxf.readfile('" + out.string() +
+                                       "'); print(sorted(collections.Counter(e.dxftype() for e in d.modelspace()).items())); "
+                                       "print(d.layouts.get('Plan').query('VIEWPORT')[0].dxf.height)\"",
+                                   status);
+    EXPECT_EQ(status, 0) << listed;
+    EXPECT_NE(listed.find("('ARC', 1), ('CIRCLE', 1), ('ELLIPSE', 1), ('HATCH', 1), ('INSERT', 1), ('LINE', 1), "
+                          "('LWPOLYLINE', 1), ('MTEXT', 1), ('POINT', 1), ('POLYLINE', 1), ('SPLINE', 1), ('TEXT', 1)"),
+              std::string::npos)
+        << listed;
+    EXPECT_NE(listed.find("150.0"), std::string::npos) << listed;
 }

@@ -205,6 +205,7 @@ private:
     std::unordered_map<std::string, KoDbObjectId> m_layers, m_linetypes;
     std::vector<std::pair<KoDbBlockTableRecord*, KoDbStub*>> m_blockLayouts;  // from BLOCK_RECORD 340
     std::vector<std::pair<KoDbLayout*, KoDbStub*>> m_layoutBlocks;            // from LAYOUT 330
+    std::vector<KoDbStub*> m_unnumbered;  // objects made or read without a handle
 };
 
 // ---- text encoding -------------------------------------------------------
@@ -404,9 +405,13 @@ void Reader::place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* ow
             handle = 0;
         }
     }
-    // Handles must be final before new ones are given out.
-    if (!handle) handle = std::max(m_d.handseed, m_maxHandle + 1);
-    KoDbAccess::add(m_db, o, owner, false, handle);
+    if (handle) {
+        KoDbAccess::add(m_db, o, owner, false, handle);
+    } else {
+        // Numbered when the file's last handle is known.
+        KoDbAccess::addUnnumbered(m_db, o, owner);
+        m_unnumbered.push_back(KoDbAccess::stub(o));
+    }
     KoDbObject::Extra* extra = nullptr;
     if (!c.reactors.empty() || c.xdict || !c.xdata.empty() || !preserved.empty()) extra = &KoDbAccess::extra(o);
     if (extra) {
@@ -429,7 +434,8 @@ KoDbObjectId Reader::layerByName(const std::string& name, long line)
         // layer is made as those programs do.
         auto* layer = new KoDbLayerTableRecord;
         layer->setName(wide(key));
-        KoDbAccess::add(m_db, layer, KoDbAccess::stub(table), false, std::max(m_d.handseed, m_maxHandle + 1));
+        KoDbAccess::addUnnumbered(m_db, layer, KoDbAccess::stub(table));
+        m_unnumbered.push_back(KoDbAccess::stub(layer));
         const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(layer->objectId());
         table->recordRenamed();
         id = layer->objectId();
@@ -449,7 +455,8 @@ KoDbObjectId Reader::linetypeByName(const std::string& name, long line)
     if (table->getAt(wide(key), id) != Kora::eOk) {
         auto* linetype = new KoDbLinetypeTableRecord;
         linetype->setName(wide(key));
-        KoDbAccess::add(m_db, linetype, KoDbAccess::stub(table), false, std::max(m_d.handseed, m_maxHandle + 1));
+        KoDbAccess::addUnnumbered(m_db, linetype, KoDbAccess::stub(table));
+        m_unnumbered.push_back(KoDbAccess::stub(linetype));
         const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(linetype->objectId());
         table->recordRenamed();
         id = linetype->objectId();
@@ -831,7 +838,8 @@ void Reader::blocks()
                 if (name.isEmpty()) fail(r.line, "a block has no name");
                 block = new KoDbBlockTableRecord;
                 block->setName(name);
-                KoDbAccess::add(m_db, block, KoDbAccess::stub(table), false, std::max(m_d.handseed, m_maxHandle + 1));
+                KoDbAccess::addUnnumbered(m_db, block, KoDbAccess::stub(table));
+                m_unnumbered.push_back(KoDbAccess::stub(block));
                 const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(block->objectId());
                 table->recordRenamed();
             }
@@ -1161,7 +1169,7 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
             }
         }
         e->setPosition(p10);
-        e->setAlignmentPoint(hasAlign ? p11 : p10);
+        if (hasAlign) e->setAlignmentPoint(p11);
         e->setNormal(normal);
         if (!ok) {
             return nullptr;
@@ -1651,6 +1659,7 @@ void Reader::finish()
     else m_d.clayer = m_db.layerZero();
     m_d.celtype = linetypeByName(m_celtype.empty() ? "ByLayer" : m_celtype, 0);
     m_d.handseed = std::max(m_d.handseed, m_maxHandle + 1);
+    for (KoDbStub* stub : m_unnumbered) KoDbAccess::numberStub(m_db, stub);
 }
 
 }  // namespace
