@@ -831,3 +831,20 @@ TEST(KoDbDxf, DrawingMadeThroughTheApiPassesTheAudit)
         << listed;
     EXPECT_NE(listed.find("150.0"), std::string::npos) << listed;
 }
+
+// Found by the fuzzer: a header variable whose name holds a NUL byte was
+// written cut short, and the file did not read back.
+TEST(KoDbDxf, RegressionNulByteInHeaderVariableName)
+{
+    std::string text = smallDrawing();
+    const std::string odd("  9\n$DIM\0SE2\n 70\n0\n", 19);
+    text.insert(text.find("  9\n$HANDSEED"), odd);
+    KoDbDatabase db(false);
+    KoString message;
+    ASSERT_EQ(kodbReadDxf(db, text, L"nul.dxf", &message), Kora::eOk) << message.toUtf8();
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    KoDbDatabase again(false);
+    ASSERT_EQ(kodbReadDxf(again, out, L"rewritten.dxf", &message), Kora::eOk) << message.toUtf8();
+    EXPECT_NE(out.find("$DIM^@SE2"), std::string::npos) << "the NUL travels as a caret pair";
+}

@@ -298,6 +298,7 @@ bool Reader::readRecord(Record& r)
     if (code != 0) fail(m_in.line(), "group code 0 was expected here, found " + std::to_string(code));
     r.name.assign(trimmed(value));
     r.line = m_in.line();
+    if (r.name.empty()) fail(r.line, "a record has no name (group 0 is empty)");
     r.clear();
     while (nextTag(code, value)) {
         if (code == 0) {
@@ -593,7 +594,8 @@ void Reader::header()
         }
         if (code == 9) {
             flush();
-            var.assign(trimmed(value));
+            var = text(trimmed(value));
+            if (var.empty()) fail(m_in.line(), "a header variable has no name");
             continue;
         }
         if (var.empty()) fail(m_in.line(), "a header variable name (group 9) was expected");

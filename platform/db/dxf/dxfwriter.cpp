@@ -140,8 +140,8 @@ private:
     std::vector<Segment> m_segments;
     const KoDbDxfTags* m_kept = nullptr;
 
-    void begin(const char* name, const KoDbObject* o, int handleCode = 5, KoDbStub* owner = nullptr);
-    void subclass(const char* name)
+    void begin(std::string_view name, const KoDbObject* o, int handleCode = 5, KoDbStub* owner = nullptr);
+    void subclass(std::string_view name)
     {
         tag(100, name);
         m_subclass = name;
@@ -182,7 +182,7 @@ std::string Writer::layerName(KoDbObjectId id) const
     return r ? r->getName().toUtf8() : std::string("0");
 }
 
-void Writer::begin(const char* name, const KoDbObject* o, int handleCode, KoDbStub* owner)
+void Writer::begin(std::string_view name, const KoDbObject* o, int handleCode, KoDbStub* owner)
 {
     tag(0, name);
     handle(handleCode, o->handle().value());
@@ -278,7 +278,7 @@ Kora::ErrorStatus Writer::run()
 
 void Writer::header()
 {
-    auto var = [&](const char* name) { tag(9, name); };
+    auto var = [&](std::string_view name) { tag(9, name); };
     var("$ACADVER");
     tag(1, "AC1027");
     var("$DWGCODEPAGE");
@@ -308,7 +308,7 @@ void Writer::header()
     var("$CELWEIGHT");
     tag(370, static_cast<int>(m_d.celweight));
     for (const auto& [name, list] : m_d.headerVars) {
-        var(name.c_str());
+        var(name);
         tags(list);
     }
 }
@@ -398,7 +398,7 @@ void Writer::table(KoDbObjectId id, const char* name)
 void Writer::record(const KoDbSymbolTableRecord* r, const KoDbSymbolTable* t)
 {
     const std::string& tableName = t->dxfName();
-    begin(tableName.c_str(), r, tableName == "DIMSTYLE" ? 105 : 5);
+    begin(tableName, r, tableName == "DIMSTYLE" ? 105 : 5);
     subclass("AcDbSymbolTableRecord");
     keptOfCurrent();
     if (const auto* layer = KoDbLayerTableRecord::cast(r)) {
@@ -446,7 +446,7 @@ void Writer::record(const KoDbSymbolTableRecord* r, const KoDbSymbolTable* t)
                 sub = *s.name;
                 break;
             }
-        subclass(sub.c_str());
+        subclass(sub);
         tag(2, r->getName());
         tag(70, r->flags());
     }
@@ -508,8 +508,7 @@ void Writer::entities()
 
 void Writer::entity(const KoDbEntity* e, bool paperSpace)
 {
-    const char* name = "";
-    std::string opaqueName;
+    std::string_view name;
     if (KoDbLine::cast(e)) name = "LINE";
     else if (KoDbArc::cast(e)) name = "ARC";
     else if (KoDbCircle::cast(e)) name = "CIRCLE";
@@ -524,11 +523,8 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     else if (KoDbHatch::cast(e)) name = "HATCH";
     else if (KoDbViewport::cast(e)) name = "VIEWPORT";
     else if (KoDbDgnReference::cast(e)) name = "DGNUNDERLAY";
-    else if (const auto* o = KoDbOpaqueEntity::cast(e)) {
-        opaqueName = o->dxfName();
-        name = opaqueName.c_str();
-    }
-    if (!*name) return;  // a class no file can hold
+    else if (const auto* o = KoDbOpaqueEntity::cast(e)) name = o->dxfName();
+    if (name.empty()) return;  // a class no file can hold
 
     begin(name, e);
     subclass("AcDbEntity");
@@ -898,7 +894,7 @@ void Writer::object(const KoDbObject* o)
         tag(1071, def->xrefDepth());
         return;
     } else if (const auto* unknown = KoDbUnknownObject::cast(o)) {
-        begin(unknown->dxfName().c_str(), o);
+        begin(unknown->dxfName(), o);
     } else {
         return;  // a class no file can hold
     }
