@@ -1,5 +1,6 @@
 #include "kora/db/entities.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -606,19 +607,21 @@ Kora::ErrorStatus KoDbBlockReference::setScaleFactors(const KoGeScale3d& scale)
 
 Kora::ErrorStatus KoDbBlockReference::getGeomExtents(KoDbExtents& extents) const
 {
-    // Nesting deeper than this is a reference cycle in a damaged drawing.
-    thread_local int depth = 0;
+    // The blocks being measured: a block that (through others) holds a
+    // reference to itself, as damaged drawings can, adds nothing.
+    thread_local std::vector<const KoDbBlockTableRecord*> open;
     extents = {};
     const auto* block = kodbPeek<KoDbBlockTableRecord>(m_block);
-    if (!block || depth > 32) return Kora::eNotApplicable;
-    ++depth;
+    if (!block || open.size() > 64 || std::find(open.begin(), open.end(), block) != open.end())
+        return Kora::eNotApplicable;
+    open.push_back(block);
     KoDbExtents inner;
     for (KoDbObjectId id : block->entityIds()) {
         const auto* e = kodbPeek<KoDbEntity>(id);
         KoDbExtents ee;
         if (e && !e->isErased() && e->getGeomExtents(ee) == Kora::eOk) inner.addExt(ee);
     }
-    --depth;
+    open.pop_back();
     if (!inner.isValid()) return Kora::eNotApplicable;
     const Ocs ocs(m_normal);
     const KoGePoint3d& o = block->origin();

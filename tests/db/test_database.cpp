@@ -280,6 +280,18 @@ TEST(KoDbDatabase, GeometricExtents)
     EXPECT_NEAR(e.minPoint().x, 10, 1e-9);
     EXPECT_NEAR(e.maxPoint().y, 12, 1e-9);
 
+    // A block that holds a reference to itself adds nothing more.
+    {
+        KoDbObjectPointer<KoDbBlockTableRecord> block(blockId, KoDb::kForWrite);
+        for (int i = 0; i < 3; ++i) {
+            auto* self = new KoDbBlockReference({5, 0, 0}, blockId);
+            block->appendKoDbEntity(self);
+            self->close();
+        }
+    }
+    ASSERT_EQ(ref.getGeomExtents(e), Kora::eOk);
+    EXPECT_NEAR(e.maxPoint().y, 12, 1e-9);
+
     appendToModel(db, new KoDbLine({0, 0, -4}, {3, 3, 4}));
     appendToModel(db, new KoDb3dSolid);
     ASSERT_EQ(db.updateExt(), Kora::eOk);
