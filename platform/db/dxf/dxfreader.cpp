@@ -1397,7 +1397,6 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
     std::vector<KoGePoint2d> seeds;
     KoString pattern = L"SOLID";
     int patternType = 1;
-    bool solid = true;
     double angle = 0, scale = 1;
     bool isDouble = false;
     while (i < count) {
@@ -1409,7 +1408,7 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
         }
         switch (t.code) {
         case 2: pattern = wide(t.value); ++i; break;
-        case 70: solid = integer(t) != 0; ++i; break;
+        case 70: ++i; break;  // solid or not follows from the pattern name
         case 71: e->setAssociative(integer(t) != 0); ++i; break;
         case 75: check(e->setHatchStyle(integer(t))); ++i; break;
         case 76: patternType = std::clamp(integer(t), 0, 2); ++i; break;
@@ -1506,7 +1505,6 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
         }
     }
     check(e->setPattern(static_cast<KoDbHatch::HatchPatternType>(patternType), pattern));
-    (void)solid;
     check(e->setPatternGeometry(angle, scale > 0 ? scale : 1.0, isDouble));
     check(e->setPatternLines(std::move(lines)));
     check(e->setLoops(std::move(loops)));
@@ -1687,6 +1685,9 @@ Kora::ErrorStatus readDxf(TagReader& in, KoDbDatabase& target, const KoString& n
     } catch (const std::bad_alloc&) {
         if (message) *message = KoString::format(L"%s: out of memory while reading.", name.c_str());
         return Kora::eOutOfMemory;
+    } catch (const std::exception& e) {
+        if (message) *message = KoString::format(L"%s, line %ld: %hs", name.c_str(), in.line(), e.what());
+        return Kora::eBadDxfFile;
     }
     KoDbAccess::swap(target, fresh);
     KoDbAccess::impl(target).filename = name;
