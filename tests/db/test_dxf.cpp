@@ -398,8 +398,22 @@ TEST(KoDbDxf, ReadsAnotherWritersEntitiesWithTheirMeaning)
 
 TEST(KoDbDxf, RoundTripsEveryFixture)
 {
-    for (const char* f : {"entities.dxf", "layouts.dxf", "underlays.dxf", "opaque.dxf", "three_d.dxf", "release2000.dxf"})
+    for (const char* f : {"entities.dxf", "layouts.dxf", "underlays.dxf", "opaque.dxf", "three_d.dxf", "release2000.dxf",
+                          "ogr-mixed.dxf"})
         roundTrip(f);
+}
+
+// GDAL puts the colour of a fill inside its own subclass; it still is the
+// entity's colour.
+TEST(KoDbDxf, PropertiesInAnotherWritersPlace)
+{
+    KoDbDatabase db(false);
+    KoString message;
+    ASSERT_EQ(db.readDxfFile(wide(fixture("ogr-mixed.dxf")), &message), Kora::eOk) << message.toUtf8();
+    Found<KoDbHatch> fill(db);
+    ASSERT_TRUE(fill);
+    EXPECT_EQ(fill->colorIndex(), 4);
+    EXPECT_DOUBLE_EQ(fill->elevation(), 55.0);
 }
 
 TEST(KoDbDxf, LayoutsPaperSpaceAndViewports)
@@ -847,4 +861,21 @@ TEST(KoDbDxf, RegressionNulByteInHeaderVariableName)
     KoDbDatabase again(false);
     ASSERT_EQ(kodbReadDxf(again, out, L"rewritten.dxf", &message), Kora::eOk) << message.toUtf8();
     EXPECT_NE(out.find("$DIM^@SE2"), std::string::npos) << "the NUL travels as a caret pair";
+}
+
+// Found by the fuzzer: a kept number with a leading tab was written with
+// the tab escaped, which no longer read as a number.
+TEST(KoDbDxf, RegressionPaddedNumberInKeptTag)
+{
+    std::string text = smallDrawing();
+    const std::string widget = "  0\nACME_WIDGET\n100\nAcDbEntity\n  8\n0\n100\nAcDbAcmeWidget\n 93\n\t1056964608\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), widget);
+    KoDbDatabase db(false);
+    KoString message;
+    ASSERT_EQ(kodbReadDxf(db, text, L"padded.dxf", &message), Kora::eOk) << message.toUtf8();
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    EXPECT_NE(out.find(" 93\n1056964608\n"), std::string::npos);
+    KoDbDatabase again(false);
+    EXPECT_EQ(kodbReadDxf(again, out, L"rewritten.dxf", &message), Kora::eOk) << message.toUtf8();
 }

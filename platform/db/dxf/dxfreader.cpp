@@ -176,6 +176,8 @@ private:
         bool invisible = false, paperSpace = false;
     };
     void splitRecord(const Record& r, Common& c, bool entity, int handleCode = 5);
+    // Entity properties some writers put in a later subclass; false for other codes.
+    bool takeCommon(Common& c, const RTag& t);
     void preserve(KoDbDxfTags& out, const BodyTag& b);
     // Stores the common parts and adds the object to the database.
     void place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* owner);
@@ -310,7 +312,7 @@ bool Reader::readRecord(Record& r)
         if (kind == ValueKind::String && (m_convert || value.find_first_of("\\^") != std::string_view::npos))
             r.push(code, text(value), m_in.line());
         else
-            r.push(code, value, m_in.line());
+            r.push(code, kind == ValueKind::String ? value : trimmed(value), m_in.line());  // numbers without padding
     }
     failInput();
 }
@@ -372,26 +374,31 @@ void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode
             continue;
         }
         if (entity && (subclass == &none || *subclass == "AcDbEntity")) {
-            switch (code) {
-            case 8: c.layer = t->value; continue;
-            case 6: c.linetype = t->value; continue;
-            case 62: c.colorIndex = std::abs(integer(*t)); continue;
-            case 420: {
-                const int rgb = integer(*t);
-                c.trueColor = true;
-                c.color = KoCmColor::fromRGB(static_cast<uint8_t>(rgb >> 16), static_cast<uint8_t>(rgb >> 8),
-                                             static_cast<uint8_t>(rgb));
-                continue;
-            }
-            case 370: c.lineWeight = integer(*t); continue;
-            case 48: c.ltscale = dbl(*t); continue;
-            case 60: c.invisible = integer(*t) != 0; continue;
-            case 67: c.paperSpace = integer(*t) != 0; continue;
-            case 410: continue;  // the layout follows from the owner
-            default: break;
-            }
+            if (code == 410) continue;  // the layout follows from the owner
+            if (takeCommon(c, *t)) continue;
         }
         c.body.push_back({t, subclass});
+    }
+}
+
+bool Reader::takeCommon(Common& c, const RTag& t)
+{
+    switch (t.code) {
+    case 8: c.layer = t.value; return true;
+    case 6: c.linetype = t.value; return true;
+    case 62: c.colorIndex = std::abs(integer(t)); return true;
+    case 420: {
+        const int rgb = integer(t);
+        c.trueColor = true;
+        c.color = KoCmColor::fromRGB(static_cast<uint8_t>(rgb >> 16), static_cast<uint8_t>(rgb >> 8),
+                                     static_cast<uint8_t>(rgb));
+        return true;
+    }
+    case 370: c.lineWeight = integer(t); return true;
+    case 48: c.ltscale = dbl(t); return true;
+    case 60: c.invisible = integer(t) != 0; return true;
+    case 67: c.paperSpace = integer(t) != 0; return true;
+    default: return false;
     }
 }
 
@@ -601,7 +608,7 @@ void Reader::header()
         if (var.empty()) fail(m_in.line(), "a header variable name (group 9) was expected");
         if (!validValue(code, value))
             fail(m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
-        tags.push_back({code, std::string(value)});
+        tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
     }
     failInput();
 }
@@ -631,7 +638,7 @@ void Reader::otherSection(const std::string& name)
             return;
         }
         if (!validValue(code, value)) fail(m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
-        tags.push_back({code, std::string(value)});
+        tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
     }
     failInput();
 }
@@ -943,7 +950,11 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
 std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs)
 {
     const std::string& n = r.name;
-    auto keep = [&](const BodyTag& b) { preserve(preserved, b); };
+    // None of the modelled kinds uses the common property codes in its own
+    // subclass, so such codes found there are taken as the properties.
+    auto keep = [&](const BodyTag& b) {
+        if (!takeCommon(c, *b.tag)) preserve(preserved, b);
+    };
     auto isMarker = [](const BodyTag& b, std::initializer_list<const char*> names) {
         if (b.code() != 100) return false;
         for (const char* s : names)
@@ -1345,7 +1356,7 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
     else if (n.size() > 7 && n.compare(n.size() - 7, 7, "SURFACE") == 0) opaque = std::make_unique<KoDbSurface>();
     if (opaque) {
         opaque->setDxfName(n);
-        for (const BodyTag& b : c.body) keep(b);
+        for (const BodyTag& b : c.body) preserve(preserved, b);
         return opaque;
     }
     return nullptr;
@@ -1355,7 +1366,9 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
 {
     bool ok = true;
     auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
-    auto keep = [&](const BodyTag& b) { preserve(preserved, b); };
+    auto keep = [&](const BodyTag& b) {
+        if (!takeCommon(c, *b.tag)) preserve(preserved, b);
+    };
     KoGeVector3d normal = KoGeVector3d::kZAxis();
     auto point = [&](const RTag& t, KoGePoint3d& p, int base) {
         if (t.code == base) p.x = dbl(t);
