@@ -99,7 +99,9 @@ TEST_F(TranslationSettingsTest, StoredValuesOutOfRangeAreIgnoredOneByOne)
 TEST_F(TranslationSettingsTest, ImportChoicesRoundTripThroughTheFileAndTheImportMode)
 {
     writeStoreFile("[IMPORTSECTION]\nIsMasterUnits=0\nExplodeTextNode=1\n");
-    ASSERT_EQ(koraSetSysVarText(L"DGNIMPORTMODE", L"2"), KORTNORM);
+    // Any value other than 0 and 1 reads as the second way and is saved
+    // back as 2.
+    ASSERT_EQ(koraSetSysVarText(L"DGNIMPORTMODE", L"7"), KORTNORM);
     DgnImportChoices choices;
     dgn::loadImportChoices(choices);
     EXPECT_TRUE(choices.importIntoCurrent);

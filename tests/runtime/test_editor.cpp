@@ -138,9 +138,9 @@ TEST(SystemVariables, TypesDefaultsAndRanges)
     value.resval.rint = 2;
     EXPECT_EQ(koedSetVar(L"FILEDIA", &value), KORTERROR);
     value.restype = KORTLONG;
+    value.resval.rlong = 70000;
+    EXPECT_EQ(koedSetVar(L"DGNIMPORTMODE", &value), KORTERROR);  // not a short
     value.resval.rlong = 7;
-    EXPECT_EQ(koedSetVar(L"DGNIMPORTMODE", &value), KORTERROR);
-    value.resval.rlong = 2;
     EXPECT_EQ(koedSetVar(L"DGNIMPORTMODE", &value), KORTNORM);
     value.restype = KORTREAL;
     value.resval.rreal = 1.0;
