@@ -181,7 +181,7 @@ private:
     void preserve(KoDbDxfTags& out, const BodyTag& b);
     // Stores the common parts and adds the object to the database.
     void place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* owner);
-    void applyEntityProperties(KoDbEntity* e, const Common& c);
+    void applyEntityProperties(KoDbEntity* e, const Common& c, long line);
     KoDbObjectId layerByName(const std::string& name, long line);
     KoDbObjectId linetypeByName(const std::string& name, long line);
 
@@ -474,7 +474,7 @@ KoDbObjectId Reader::linetypeByName(const std::string& name, long line)
     return id;
 }
 
-void Reader::applyEntityProperties(KoDbEntity* e, const Common& c)
+void Reader::applyEntityProperties(KoDbEntity* e, const Common& c, long line)
 {
     KoCmColor color = KoCmColor::fromIndex(c.colorIndex);
     if (c.trueColor) {
@@ -482,8 +482,8 @@ void Reader::applyEntityProperties(KoDbEntity* e, const Common& c)
         color.setNearestIndex(c.colorIndex == 0 ? 256 : c.colorIndex);
     }
     e->setColor(color);
-    e->setLayer(layerByName(c.layer, 0));
-    e->setLinetype(linetypeByName(c.linetype, 0));
+    e->setLayer(layerByName(c.layer, line));
+    e->setLinetype(linetypeByName(c.linetype, line));
     e->setLineWeight(static_cast<KoDb::LineWeight>(c.lineWeight));
     if (c.ltscale > 0.0) e->setLinetypeScale(c.ltscale);
     e->setVisibility(!c.invisible);
@@ -930,7 +930,7 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
         e = std::move(unknown);
         ++m_report.unknownEntities[r.name];
     }
-    applyEntityProperties(e.get(), c);
+    applyEntityProperties(e.get(), c, r.line);
     if (!block) {
         block = c.owner ? KoDbBlockTableRecord::cast(c.owner->object) : nullptr;
         if (!block) {
