@@ -57,10 +57,8 @@ void mark(std::bitset<N>& used, unsigned value)
 template <std::size_t N>
 void appendNames(const std::bitset<N>& used, std::string (*name)(int), std::vector<KoString>& names)
 {
-    for (std::size_t i = 0; i < N; ++i) {
-        if (!used[i]) continue;
-        names.push_back(KoString::fromUtf8(name(static_cast<int>(i))));
-    }
+    for (std::size_t i = 0; i < N; ++i)
+        if (used[i]) names.push_back(KoString::fromUtf8(name(static_cast<int>(i))));
 }
 
 }  // namespace
