@@ -7,7 +7,7 @@
 #include "kora/config.h"
 #include "kora/editor.h"
 #include "kora/userpaths.h"
-#include "mapping/DgnFileReaders.h"
+#include "kora/dgn/dgnfile.h"
 #include "module.h"
 
 namespace dgn {
@@ -117,8 +117,8 @@ void seedUnitNamesByFileName(const KoString& path, KoString& masterName, KoStrin
 
 bool seedVersion(const KoString& path, int& version)
 {
-    DgnFileProperties properties;
-    if (readDgnFileProperties(path, properties) != KORTNORM) return false;
+    DgnFileProp properties;
+    if (DgnFile::addPropFromDgnFile(path, properties) != KORTNORM) return false;
     version = properties.version;
     return true;
 }

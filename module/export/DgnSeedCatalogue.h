@@ -10,16 +10,13 @@
 
 #include <set>
 
+#include "kora/dgn/dgnfile.h"
 #include "kora/kostring.h"
 
 // Full seed paths, ordered ordinally (case-sensitive) by the whole path.
 using DgnSeedCatalogue = std::set<KoString>;
 
 namespace dgn {
-
-// Version flags as the export uses them.
-inline constexpr int kDgnVersionV8 = 0;
-inline constexpr int kDgnVersionV7 = 1;
 
 // The per-user template folder + "/" + the file name.
 KoString seedFilePath(const KoString& fileName);

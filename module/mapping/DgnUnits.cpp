@@ -2,7 +2,8 @@
 
 #include "export/DgnSeedCatalogue.h"
 #include "kora/status.h"
-#include "mapping/DgnFileReaders.h"
+#include "kora/db/database.h"
+#include "kora/dgn/dgnfile.h"
 #include "module.h"
 
 namespace dgn {
@@ -13,6 +14,21 @@ void enterNames(const std::vector<KoString>& names, DgnMappingTable& table, int&
 {
     for (const KoString& name : names) table.emplace(name, name);
     count = static_cast<int>(names.size());
+}
+
+// The record names of a symbol table in table order, erased ones skipped.
+void symbolTableNames(KoDbObjectId tableId, std::vector<KoString>& names)
+{
+    KoDbSymbolTable* table = nullptr;
+    if (kodbOpenObject(table, tableId, KoDb::kForRead) != Kora::eOk) return;
+    for (auto it = table->newIterator(); !it->done(); it->step()) {
+        KoDbObjectId id;
+        KoDbSymbolTableRecord* record = nullptr;
+        if (it->getRecordId(id) != Kora::eOk || kodbOpenObject(record, id, KoDb::kForRead) != Kora::eOk) continue;
+        names.push_back(record->getName());
+        record->close();
+    }
+    table->close();
 }
 
 }  // namespace
@@ -41,8 +57,8 @@ KoString dgnUnitFullName(const KoString& abbreviation)
 
 bool dgnFileUnits(const KoString& path, KoString& masterName, KoString& subName, bool& is3d)
 {
-    DgnFileProperties properties;
-    if (readDgnFileProperties(path, properties) != KORTNORM) return false;
+    DgnFileProp properties;
+    if (DgnFile::addPropFromDgnFile(path, properties) != KORTNORM) return false;
     if (properties.models.empty()) {
         seedUnitNamesByFileName(path, masterName, subName);
     } else {
@@ -55,15 +71,15 @@ bool dgnFileUnits(const KoString& path, KoString& masterName, KoString& subName,
 
 void readDrawingNames(const KoString& path, DgnMappingSetup& record)
 {
+    // Drawings are read as DXF; this host has no DWG or DWT reader, so such
+    // files (and anything else) leave the record as it was.
     const int dot = path.reverseFind(L'.');
-    if (dot < 0) return;
-    const KoString extension = path.mid(dot);
-    DrawingNameReader::Format format;
-    if (extension.equalsNoCase(L".dwg") || extension.equalsNoCase(L".dwt")) format = DrawingNameReader::Format::Dwg;
-    else if (extension.equalsNoCase(L".dxf")) format = DrawingNameReader::Format::Dxf;
-    else return;
+    if (dot < 0 || !path.mid(dot).equalsNoCase(L".dxf")) return;
+    KoDbDatabase drawing(false);
+    if (drawing.readDxfFile(path) != Kora::eOk) return;
     std::vector<KoString> layers, linetypes;
-    if (!readDrawingTableNames(path, format, layers, linetypes)) return;
+    symbolTableNames(drawing.layerTableId(), layers);
+    symbolTableNames(drawing.linetypeTableId(), linetypes);
     enterNames(layers, record.layerMap, record.layerCount);
     enterNames(linetypes, record.lineTypeMap, record.lineTypeCount);
 }

@@ -6,7 +6,7 @@
 #include "export/DgnSeedCatalogue.h"
 #include "kora/config.h"
 #include "kora/userpaths.h"
-#include "mapping/DgnFileReaders.h"
+#include "kora/db/database.h"
 #include "mapping/DgnUnits.h"
 #include "module.h"
 #include "testeditor.h"
@@ -14,33 +14,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-// Stand-ins for the host's readers: they answer what the test tells them
-// and remember what they were asked.
-struct ScriptedDgnReader : DgnPropertyReader {
-    int result = KORTNORM;
-    DgnFileProperties answer;
-    int addPropFromDgnFile(const KoString&, DgnFileProperties& properties) override
-    {
-        properties = answer;
-        return result;
-    }
-};
-
-struct ScriptedDrawingReader : DrawingNameReader {
-    bool ok = true;
-    int calls = 0;
-    Format lastFormat = Format::Dwg;
-    bool readTableNames(const KoString&, Format format, std::vector<KoString>& layers,
-                        std::vector<KoString>& linetypes) override
-    {
-        ++calls;
-        lastFormat = format;
-        layers = {L"0", L"Walls", L"Doors"};
-        linetypes = {L"ByBlock", L"ByLayer", L"Continuous"};
-        return ok;
-    }
-};
 
 KoString templateFolder()
 {
@@ -79,67 +52,73 @@ TEST(UnitsVocabulary, AbbreviationsAreExactAndMilesAndMilsShareOneString)
     dgn::moduleState().resourceInstance = nullptr;
 }
 
-TEST(UnitsVocabulary, DgnFileUnitsComeFromTheFirstModelOrTheSeedName)
+TEST(UnitsVocabulary, DgnFileUnitsComeFromTheFileHeader)
 {
+    const fs::path samples = KORA_SHARED_DATA_DIR "/dgn";
     KoString master, sub;
     bool is3d = false;
-    EXPECT_FALSE(dgn::dgnFileUnits(L"/data/plan.dgn", master, sub, is3d));  // no reader installed
-
-    ScriptedDgnReader reader;
-    dgn::setDgnPropertyReader(&reader);
-    reader.answer.is3d = true;
-    reader.answer.models = {{L"Default", L"m", L"mm"}, {L"Sheet", L"ft", L"in"}};
-    ASSERT_TRUE(dgn::dgnFileUnits(L"/data/plan.dgn", master, sub, is3d));
+    ASSERT_TRUE(dgn::dgnFileUnits(wide(samples / "seed3d-metric.dgn"), master, sub, is3d));
     EXPECT_EQ(master, L"Meters");
     EXPECT_EQ(sub, L"Millimeters");
     EXPECT_TRUE(is3d);
-
-    reader.answer = {};
-    ASSERT_TRUE(dgn::dgnFileUnits(L"/seeds/V8-Metric-Seed3D.dgn", master, sub, is3d));
+    // The built civil seed's sub unit (tenths of a foot) has no name of its
+    // own, whatever its file name says.
+    ASSERT_TRUE(dgn::dgnFileUnits(KoString::fromUtf8(KORA_SEED_DIR "/V7-Imperial-Civil-01-Seed2D.dgn"), master, sub, is3d));
     EXPECT_EQ(master, L"Feet");
-    EXPECT_EQ(sub, L"Inches");
+    EXPECT_EQ(sub, L"custom");
     EXPECT_FALSE(is3d);
-    ASSERT_TRUE(dgn::dgnFileUnits(L"/seeds/v7-metric-seed2d.DGN", master, sub, is3d));
-    EXPECT_EQ(master, L"Meters");
-    EXPECT_EQ(sub, L"Millimeters");
 
-    reader.result = KORTERROR;
+    // A V8 file cannot be read here: nothing is changed.
     master = L"unchanged";
-    EXPECT_FALSE(dgn::dgnFileUnits(L"/data/plan.dgn", master, sub, is3d));
+    EXPECT_FALSE(dgn::dgnFileUnits(wide(samples / "v8" / "test_dgnv8.dgn"), master, sub, is3d));
     EXPECT_EQ(master, L"unchanged");
     int version = 5;
-    EXPECT_FALSE(dgn::seedVersion(L"/data/plan.dgn", version));
-    reader.result = KORTNORM;
-    reader.answer.version = dgn::kDgnVersionV7;
-    ASSERT_TRUE(dgn::seedVersion(L"/data/plan.dgn", version));
-    EXPECT_EQ(version, dgn::kDgnVersionV7);
-    dgn::setDgnPropertyReader(nullptr);
+    EXPECT_FALSE(dgn::seedVersion(wide(samples / "v8" / "test_dgnv8.dgn"), version));
+    EXPECT_EQ(version, 5);
+    ASSERT_TRUE(dgn::seedVersion(wide(samples / "smalltest.dgn"), version));
+    EXPECT_EQ(version, kDgnVersionV7);
+
+    // The names by file name stand in only for a header without models.
+    dgn::seedUnitNamesByFileName(L"/seeds/V8-Metric-Seed3D.dgn", master, sub);
+    EXPECT_EQ(master, L"Feet");
+    EXPECT_EQ(sub, L"Inches");
+    dgn::seedUnitNamesByFileName(L"/seeds/v7-metric-seed2d.DGN", master, sub);
+    EXPECT_EQ(master, L"Meters");
+    EXPECT_EQ(sub, L"Millimeters");
 }
 
-TEST(UnitsVocabulary, DrawingNamesByExtensionInAnyCase)
+TEST(UnitsVocabulary, DrawingNamesComeFromDxfFilesOnly)
 {
-    ScriptedDrawingReader reader;
-    dgn::setDrawingNameReader(&reader);
+    const fs::path folder = fs::path(std::getenv("KORA_USER_ROOT")) / "drawing-names";
+    fs::create_directories(folder);
+    KoDbDatabase drawing;
+    KoDbLayerTable* layers = nullptr;
+    ASSERT_EQ(drawing.getLayerTable(layers, KoDb::kForWrite), Kora::eOk);
+    for (const wchar_t* name : {L"Walls", L"Doors"}) {
+        auto* layer = new KoDbLayerTableRecord;
+        layer->setName(name);
+        ASSERT_EQ(layers->add(layer), Kora::eOk);
+        layer->close();
+    }
+    layers->close();
+    const KoString dxf = wide(folder / "plan.DXF");
+    ASSERT_EQ(drawing.dxfOut(dxf), Kora::eOk);
+
     DgnMappingSetup record;
     record.layerMap = {{L"Kept", L"Kept"}};
-    dgn::readDrawingNames(L"/data/plan.bak", record);
-    dgn::readDrawingNames(L"/data.dxf/plan", record);
-    EXPECT_EQ(reader.calls, 0);
-
-    dgn::readDrawingNames(L"/data/plan.DXF", record);
-    EXPECT_EQ(reader.lastFormat, DrawingNameReader::Format::Dxf);
+    dgn::readDrawingNames(dxf, record);
     EXPECT_EQ(record.layerMap, (DgnMappingTable{{L"0", L"0"}, {L"Doors", L"Doors"}, {L"Kept", L"Kept"}, {L"Walls", L"Walls"}}));
     EXPECT_EQ(record.layerCount, 3);
     EXPECT_EQ(record.lineTypeCount, 3);
     EXPECT_EQ(record.lineTypeMap.at(L"Continuous"), L"Continuous");
-    dgn::readDrawingNames(L"/data/template.Dwt", record);
-    EXPECT_EQ(reader.lastFormat, DrawingNameReader::Format::Dwg);
 
-    reader.ok = false;
+    // Other kinds of file, and drawings that cannot be read, change nothing.
+    fs::copy_file(folder / "plan.DXF", folder / "plan.dwg", fs::copy_options::overwrite_existing);
+    std::ofstream(folder / "broken.dxf") << "0\nSECTION\n2\nENTITIES\n0\nLINE\n10\nx\n";
     DgnMappingSetup untouched;
-    dgn::readDrawingNames(L"/data/plan.dwg", untouched);
+    for (const char* name : {"plan.dwg", "broken.dxf", "missing.dxf", "plan"})
+        dgn::readDrawingNames(wide(folder / name), untouched);
     EXPECT_EQ(untouched, DgnMappingSetup());
-    dgn::setDrawingNameReader(nullptr);
 }
 
 class SeedCatalogueTest : public ::testing::Test {
@@ -162,8 +141,8 @@ protected:
 TEST_F(SeedCatalogueTest, BuiltInSeedsAndTheDefaultSeed)
 {
     DgnSeedCatalogue v7, v8, none;
-    dgn::buildSeedCatalogue(dgn::kDgnVersionV7, v7);
-    dgn::buildSeedCatalogue(dgn::kDgnVersionV8, v8);
+    dgn::buildSeedCatalogue(kDgnVersionV7, v7);
+    dgn::buildSeedCatalogue(kDgnVersionV8, v8);
     dgn::buildSeedCatalogue(2, none);
     ASSERT_EQ(v7.size(), 10u);
     ASSERT_EQ(v8.size(), 4u);
@@ -174,9 +153,9 @@ TEST_F(SeedCatalogueTest, BuiltInSeedsAndTheDefaultSeed)
     EXPECT_EQ(*v8.begin(), folder + L"V8-Imperial-Seed2D.dgn");
 
     const KoString civil = folder + L"V7-Imperial-Civil-02-Seed3D.dgn";
-    EXPECT_EQ(dgn::defaultSeedFile(dgn::kDgnVersionV7, civil), civil);
-    EXPECT_EQ(dgn::defaultSeedFile(dgn::kDgnVersionV7, folder + L"v7-imperial-civil-02-seed3d.dgn"), *v7.begin());
-    EXPECT_EQ(dgn::defaultSeedFile(dgn::kDgnVersionV8, civil), *v8.begin());
+    EXPECT_EQ(dgn::defaultSeedFile(kDgnVersionV7, civil), civil);
+    EXPECT_EQ(dgn::defaultSeedFile(kDgnVersionV7, folder + L"v7-imperial-civil-02-seed3d.dgn"), *v7.begin());
+    EXPECT_EQ(dgn::defaultSeedFile(kDgnVersionV8, civil), *v8.begin());
     EXPECT_TRUE(dgn::defaultSeedFile(-1, civil).isEmpty());
 
     TestEditor editor;
@@ -219,22 +198,22 @@ TEST_F(SeedCatalogueTest, PersistedListsKeepOnlyUsableSeedsPerVersion)
         koraConfig()->setValue(4, KoString::format(L"UserInterfaceSettings\\DgnExportDialog\\V7\\SeedFile%d", i),
                                KoraVariant(KoString(L"/old.dgn")));
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V7\\SeedFileCount", KoraVariant(5));
-    dgn::savePersistedSeeds(dgn::kDgnVersionV7, {a, b, c});
+    dgn::savePersistedSeeds(kDgnVersionV7, {a, b, c});
     EXPECT_EQ(setting(L"V7", L"SeedFileCount"), L"2");
     EXPECT_EQ(setting(L"V7", L"SeedFile0"), a);
     EXPECT_EQ(setting(L"V7", L"SeedFile1"), c);
     EXPECT_EQ(setting(L"V7", L"SeedFile2"), L"<missing>");
     EXPECT_EQ(setting(L"V7", L"SeedFile4"), L"<missing>");
 
-    dgn::savePersistedSeeds(dgn::kDgnVersionV7, {});
+    dgn::savePersistedSeeds(kDgnVersionV7, {});
     EXPECT_EQ(setting(L"V7", L"SeedFileCount"), L"2");
 
     DgnSeedCatalogue v7, v8;
-    dgn::loadPersistedSeeds(dgn::kDgnVersionV7, v7);
+    dgn::loadPersistedSeeds(kDgnVersionV7, v7);
     EXPECT_EQ(v7, (DgnSeedCatalogue{a, c}));
-    dgn::loadSeedList(dgn::kDgnVersionV8, v8);
+    dgn::loadSeedList(kDgnVersionV8, v8);
     DgnSeedCatalogue builtInV8;
-    dgn::buildSeedCatalogue(dgn::kDgnVersionV8, builtInV8);
+    dgn::buildSeedCatalogue(kDgnVersionV8, builtInV8);
     EXPECT_EQ(v8, builtInV8);
     DgnSeedCatalogue unset;
     dgn::loadPersistedSeeds(2, unset);
@@ -245,9 +224,9 @@ TEST_F(SeedCatalogueTest, PersistedListsKeepOnlyUsableSeedsPerVersion)
     fs::remove(a.toUtf8());
     fs::remove(c.toUtf8());
     DgnSeedCatalogue refilled;
-    dgn::loadSeedList(dgn::kDgnVersionV7, refilled);
+    dgn::loadSeedList(kDgnVersionV7, refilled);
     DgnSeedCatalogue builtInV7;
-    dgn::buildSeedCatalogue(dgn::kDgnVersionV7, builtInV7);
+    dgn::buildSeedCatalogue(kDgnVersionV7, builtInV7);
     EXPECT_EQ(refilled, builtInV7);
 
     // A count that is not an integer reads as no list; an entry that is
@@ -256,12 +235,12 @@ TEST_F(SeedCatalogueTest, PersistedListsKeepOnlyUsableSeedsPerVersion)
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFileCount", KoraVariant(KoString(L"2")));
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFile0", KoraVariant(a));
     DgnSeedCatalogue none;
-    dgn::loadPersistedSeeds(dgn::kDgnVersionV8, none);
+    dgn::loadPersistedSeeds(kDgnVersionV8, none);
     EXPECT_TRUE(none.empty());
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFileCount", KoraVariant(2));
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFile0", KoraVariant(7));
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFile1", KoraVariant(a));
-    dgn::loadPersistedSeeds(dgn::kDgnVersionV8, none);
+    dgn::loadPersistedSeeds(kDgnVersionV8, none);
     EXPECT_EQ(none, DgnSeedCatalogue{a});
 }
 
