@@ -1,6 +1,7 @@
 // The host's drawing commands: documents (NEW, OPEN, SAVE, SAVEAS, CLOSE)
 // and enough drawing (LINE, CIRCLE, PLINE, TEXT, LAYER) to build a drawing
-// from a script.
+// from a script, LIST to show it and SELECT to pick entities for the next
+// command.
 #include "drawingcommands.h"
 
 #include <cmath>
@@ -8,7 +9,10 @@
 
 #include "currentspace.h"
 #include "kora/docman.h"
+#include "kora/db/dxf.h"
+#include "kora/db/underlay.h"
 #include "kora/editor.h"
+#include "kora/selset.h"
 
 namespace {
 
@@ -234,6 +238,77 @@ void cmdLayer()
     }
 }
 
+KoString pointText(const KoGePoint3d& p) { return KoString::format(L"(%g,%g,%g)", p.x, p.y, p.z); }
+
+KoString colorText(const KoCmColor& color)
+{
+    if (color.isByLayer()) return L"ByLayer";
+    if (color.isByBlock()) return L"ByBlock";
+    if (color.isByColor()) return KoString::format(L"%d,%d,%d", color.red(), color.green(), color.blue());
+    return KoString::format(L"%d", color.colorIndex());
+}
+
+KoString lineWeightText(KoDb::LineWeight weight)
+{
+    switch (weight) {
+    case KoDb::kLnWtByLayer: return L"ByLayer";
+    case KoDb::kLnWtByBlock: return L"ByBlock";
+    case KoDb::kLnWtByLwDefault: return L"Default";
+    default: return KoString::format(L"%.2f mm", static_cast<int>(weight) / 100.0);
+    }
+}
+
+// What a user most wants to know of an entity's geometry.
+KoString geometryText(const KoDbEntity& e)
+{
+    if (const auto* line = KoDbLine::cast(&e)) return L"from " + pointText(line->startPoint()) + L" to " + pointText(line->endPoint());
+    if (const auto* arc = KoDbArc::cast(&e))
+        return KoString::format(L"center %s radius %g angles %g-%g", pointText(arc->center()).c_str(), arc->radius(),
+                                arc->startAngle() * 180.0 / M_PI, arc->endAngle() * 180.0 / M_PI);
+    if (const auto* circle = KoDbCircle::cast(&e))
+        return KoString::format(L"center %s radius %g", pointText(circle->center()).c_str(), circle->radius());
+    if (const auto* pline = KoDbPolyline::cast(&e))
+        return KoString::format(L"%d vertices, %s", pline->numVerts(), pline->isClosed() ? L"closed" : L"open");
+    if (const auto* text = KoDbText::cast(&e))
+        return KoString::format(L"\"%s\" at %s height %g", text->textString().c_str(), pointText(text->position()).c_str(), text->height());
+    if (const auto* ref = KoDbUnderlayReference::cast(&e)) return L"at " + pointText(ref->position());
+    KoDbExtents extents;
+    if (e.getGeomExtents(extents) == Kora::eOk)
+        return L"extents " + pointText(extents.minPoint()) + L" - " + pointText(extents.maxPoint());
+    return KoString();
+}
+
+void cmdList()
+{
+    KoDbDatabase* db = workingDatabase();
+    if (!db) return;
+    KoDbBlockTableRecord* space = nullptr;
+    if (kodbOpenObject(space, kora::detail::currentSpaceId(*db), KoDb::kForRead) != Kora::eOk) return;
+    int count = 0;
+    for (auto it = space->newIterator(); !it->done(); it->step()) {
+        KoDbEntity* e = nullptr;
+        if (it->getEntity(e, KoDb::kForRead) != Kora::eOk) continue;
+        koutPrintf(L"\n%-6s %-12s layer: %s  color: %s  linetype: %s  lineweight: %s  %s", e->handle().ascii().c_str(),
+                   KoString::fromUtf8(kodbDxfName(e)).c_str(), e->layer().c_str(), colorText(e->color()).c_str(), e->linetype().c_str(),
+                   lineWeightText(e->lineWeight()).c_str(), geometryText(*e).c_str());
+        e->close();
+        ++count;
+    }
+    space->close();
+    koutPrintf(L"\n%d entities.", count);
+}
+
+// Selects entities and leaves them as the pick-first selection of the
+// next command.
+void cmdSelect()
+{
+    koads_name ss;
+    const int rc = koedSSGet(nullptr, nullptr, nullptr, nullptr, ss);
+    if (rc != KORTNORM) return;
+    koedSSSetFirst(ss, nullptr);
+    koedSSFree(ss);
+}
+
 }  // namespace
 
 namespace kora::detail {
@@ -246,6 +321,7 @@ void registerDrawingCommands(KoEdCommandStack& stack)
     } commands[] = {
         {L"NEW", cmdNew},   {L"OPEN", cmdOpen},     {L"SAVE", cmdSave},   {L"SAVEAS", cmdSaveas}, {L"CLOSE", cmdClose},
         {L"LINE", cmdLine}, {L"CIRCLE", cmdCircle}, {L"PLINE", cmdPline}, {L"TEXT", cmdText},     {L"LAYER", cmdLayer},
+        {L"LIST", cmdList}, {L"SELECT", cmdSelect},
     };
     for (const auto& c : commands) stack.addCommand(L"KORA", c.name, c.name, KORX_CMD_MODAL, c.function);
 }

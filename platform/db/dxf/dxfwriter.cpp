@@ -508,22 +508,7 @@ void Writer::entities()
 
 void Writer::entity(const KoDbEntity* e, bool paperSpace)
 {
-    std::string_view name;
-    if (KoDbLine::cast(e)) name = "LINE";
-    else if (KoDbArc::cast(e)) name = "ARC";
-    else if (KoDbCircle::cast(e)) name = "CIRCLE";
-    else if (KoDbEllipse::cast(e)) name = "ELLIPSE";
-    else if (KoDbPolyline::cast(e)) name = "LWPOLYLINE";
-    else if (KoDb3dPolyline::cast(e)) name = "POLYLINE";
-    else if (KoDbSpline::cast(e)) name = "SPLINE";
-    else if (KoDbPoint::cast(e)) name = "POINT";
-    else if (KoDbText::cast(e)) name = "TEXT";
-    else if (KoDbMText::cast(e)) name = "MTEXT";
-    else if (KoDbBlockReference::cast(e)) name = "INSERT";
-    else if (KoDbHatch::cast(e)) name = "HATCH";
-    else if (KoDbViewport::cast(e)) name = "VIEWPORT";
-    else if (KoDbDgnReference::cast(e)) name = "DGNUNDERLAY";
-    else if (const auto* o = KoDbOpaqueEntity::cast(e)) name = o->dxfName();
+    const std::string name = kodbDxfName(e);
     if (name.empty()) return;  // a class no file can hold
 
     begin(name, e);
@@ -924,4 +909,24 @@ Kora::ErrorStatus kodbWriteDxf(const KoDbDatabase& database, std::string& out)
     } sink(out);
     out.clear();
     return kodbWriteDxfTo(database, sink);
+}
+
+std::string kodbDxfName(const KoDbEntity* e)
+{
+    if (KoDbLine::cast(e)) return "LINE";
+    if (KoDbArc::cast(e)) return "ARC";
+    if (KoDbCircle::cast(e)) return "CIRCLE";
+    if (KoDbEllipse::cast(e)) return "ELLIPSE";
+    if (KoDbPolyline::cast(e)) return "LWPOLYLINE";
+    if (KoDb3dPolyline::cast(e)) return "POLYLINE";
+    if (KoDbSpline::cast(e)) return "SPLINE";
+    if (KoDbPoint::cast(e)) return "POINT";
+    if (KoDbText::cast(e)) return "TEXT";
+    if (KoDbMText::cast(e)) return "MTEXT";
+    if (KoDbBlockReference::cast(e)) return "INSERT";
+    if (KoDbHatch::cast(e)) return "HATCH";
+    if (KoDbViewport::cast(e)) return "VIEWPORT";
+    if (KoDbDgnReference::cast(e)) return "DGNUNDERLAY";
+    if (const auto* o = KoDbOpaqueEntity::cast(e)) return o->dxfName();
+    return {};
 }

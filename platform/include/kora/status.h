@@ -87,4 +87,5 @@ enum KoValueType : short {
     KORTORINT = 5008,
     KORT3DPOINT = 5009,
     KORTLONG = 5010,
+    KORTDXF0 = 5020,  // a selection filter's entity type (DXF group 0)
 };

@@ -26,3 +26,8 @@ KORA_API Kora::ErrorStatus kodbReadDxfFile(KoDbDatabase& database, const KoStrin
                                            KoDbDxfReadReport* report = nullptr);
 // Writes `database` as DXF text.
 KORA_API Kora::ErrorStatus kodbWriteDxf(const KoDbDatabase& database, std::string& out);
+
+// The DXF name of an entity's kind ("LINE", "DGNUNDERLAY", ...); entities
+// kept as read answer the name they were read with, and "" stands for a
+// kind no file can hold.
+KORA_API std::string kodbDxfName(const KoDbEntity* entity);
