@@ -182,6 +182,9 @@ private:
     // Stores the common parts and adds the object to the database.
     void place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* owner);
     void applyEntityProperties(KoDbEntity* e, const Common& c, long line);
+    template <class Record>
+    KoDbObjectId recordByName(const std::string& name, const char* missingName, KoDbObjectId tableId,
+                              std::unordered_map<std::string, KoDbObjectId>& cache, const char* kind, long line);
     KoDbObjectId layerByName(const std::string& name, long line);
     KoDbObjectId linetypeByName(const std::string& name, long line);
 
@@ -214,21 +217,7 @@ private:
 
 void appendUtf8(std::string& out, uint32_t cp)
 {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
+    out += KoString(static_cast<wchar_t>(cp)).toUtf8();
 }
 
 // Text of files before release 2007 is in the drawing's code page, with
@@ -430,48 +419,40 @@ void Reader::place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* ow
     }
 }
 
-KoDbObjectId Reader::layerByName(const std::string& name, long line)
+// A layer or linetype by name. Drawings from some writers use names they
+// never define; the record is made as those programs do, and the report
+// says so.
+template <class Record>
+KoDbObjectId Reader::recordByName(const std::string& name, const char* missingName, KoDbObjectId tableId,
+                                  std::unordered_map<std::string, KoDbObjectId>& cache, const char* kind, long line)
 {
-    const std::string key = name.empty() ? "0" : name;
-    if (auto it = m_layers.find(key); it != m_layers.end()) return it->second;
-    auto* table = kodbPeek<KoDbSymbolTable>(m_d.layerTable);
-    if (!table) fail(line, "an entity refers to layer \"" + key + "\" but the drawing has no layer table");
+    const std::string key = name.empty() ? missingName : name;
+    if (auto it = cache.find(key); it != cache.end()) return it->second;
+    auto* table = kodbPeek<KoDbSymbolTable>(tableId);
+    if (!table) fail(line, std::string("an entity refers to ") + kind + " \"" + key + "\" but the drawing has no " + kind + " table");
     KoDbObjectId id;
     if (table->getAt(wide(key), id) != Kora::eOk) {
-        // Drawings from some writers use layers they never define; the
-        // layer is made as those programs do.
-        auto* layer = new KoDbLayerTableRecord;
-        layer->setName(wide(key));
-        KoDbAccess::addUnnumbered(m_db, layer, KoDbAccess::stub(table));
-        m_unnumbered.push_back(KoDbAccess::stub(layer));
-        const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(layer->objectId());
+        auto* record = new Record;
+        record->setName(wide(key));
+        KoDbAccess::addUnnumbered(m_db, record, KoDbAccess::stub(table));
+        m_unnumbered.push_back(KoDbAccess::stub(record));
+        const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(record->objectId());
         table->recordRenamed();
-        id = layer->objectId();
-        m_report.warnings.push_back("layer \"" + key + "\" was used without being defined; it was added");
+        id = record->objectId();
+        m_report.warnings.push_back(std::string(kind) + " \"" + key + "\" was used without being defined; it was added");
     }
-    m_layers.emplace(key, id);
+    cache.emplace(key, id);
     return id;
+}
+
+KoDbObjectId Reader::layerByName(const std::string& name, long line)
+{
+    return recordByName<KoDbLayerTableRecord>(name, "0", m_d.layerTable, m_layers, "layer", line);
 }
 
 KoDbObjectId Reader::linetypeByName(const std::string& name, long line)
 {
-    const std::string key = name.empty() ? "ByLayer" : name;
-    if (auto it = m_linetypes.find(key); it != m_linetypes.end()) return it->second;
-    auto* table = kodbPeek<KoDbSymbolTable>(m_d.linetypeTable);
-    if (!table) fail(line, "an entity refers to linetype \"" + key + "\" but the drawing has no linetype table");
-    KoDbObjectId id;
-    if (table->getAt(wide(key), id) != Kora::eOk) {
-        auto* linetype = new KoDbLinetypeTableRecord;
-        linetype->setName(wide(key));
-        KoDbAccess::addUnnumbered(m_db, linetype, KoDbAccess::stub(table));
-        m_unnumbered.push_back(KoDbAccess::stub(linetype));
-        const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(linetype->objectId());
-        table->recordRenamed();
-        id = linetype->objectId();
-        m_report.warnings.push_back("linetype \"" + key + "\" was used without being defined; it was added");
-    }
-    m_linetypes.emplace(key, id);
-    return id;
+    return recordByName<KoDbLinetypeTableRecord>(name, "ByLayer", m_d.linetypeTable, m_linetypes, "linetype", line);
 }
 
 void Reader::applyEntityProperties(KoDbEntity* e, const Common& c, long line)
