@@ -8,11 +8,16 @@ KORX_DEFINE_MEMBERS(DgnAttachCommand, KoEdCommand)
 void DgnAttachCommand::run()
 {
     ResourceScope scope;
-    koresbuf value;
-    // A host that cannot answer FILEDIA is treated as one that shows dialogs.
-    const int fileDia = koedGetVar(L"FILEDIA", &value) == KORTNORM ? value.resval.rint : 1;
+    const int fileDia = fileDialogSetting();
     if (m_commandLineMode) dgn::attachAtCommandLine();
     else dgn::attachWithDialog(fileDia);
+}
+
+int DgnAttachCommand::fileDialogSetting()
+{
+    koresbuf value;
+    // A host that cannot answer FILEDIA is treated as one that shows dialogs.
+    return koedGetVar(L"FILEDIA", &value) == KORTNORM ? value.resval.rint : 1;
 }
 
 namespace dgn {

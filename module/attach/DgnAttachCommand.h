@@ -8,6 +8,8 @@ public:
     KORX_DECLARE_MEMBERS(DgnAttachCommand)
     void setCommandLineMode(bool on) { m_commandLineMode = on; }
     void run();
+    // FILEDIA as the attach flow sees it: 1 when the host cannot answer.
+    static int fileDialogSetting();
 };
 
 namespace dgn {

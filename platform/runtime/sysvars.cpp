@@ -76,6 +76,11 @@ void koraRegisterSysVar(const KoSysVarInfo& info, const KoString& defaultValue, 
     table().emplace(stored.name, SysVar{stored, defaultValue, defaultValue, minimum, maximum});
 }
 
+void koraUnregisterSysVar(const wchar_t* name)
+{
+    if (name) table().erase(KoString(name).upper());
+}
+
 std::vector<KoSysVarInfo> koraSysVars()
 {
     std::vector<KoSysVarInfo> all;

@@ -4,7 +4,12 @@
 
 #include <filesystem>
 
+#include "attach/DgnAttachCommand.h"
+#include "bind/DgnBindCommand.h"
+#include "export/DgnExportCommand.h"
+#include "import/DgnImportCommand.h"
 #include "kora/commandstack.h"
+#include "kora/sysvars.h"
 #include "kora/rxmodule.h"
 #include "module.h"
 #include "testeditor.h"
@@ -159,4 +164,35 @@ TEST(ModuleFrame, LocalStringsComeFromTheResourceLibraryWithFallbacks)
     EXPECT_EQ(koraCurrentResourceHandle(), other);
     koraSetResourceHandle(nullptr);
     state = saved;
+}
+
+TEST(CommandObjects, AttachReadsFileDiaAndTakesOneWhenTheHostCannotAnswer)
+{
+    koraResetSysVars();
+    ASSERT_EQ(koraSetSysVarText(L"FILEDIA", L"0"), KORTNORM);
+    EXPECT_EQ(DgnAttachCommand::fileDialogSetting(), 0);
+    koraUnregisterSysVar(L"FILEDIA");
+    EXPECT_EQ(DgnAttachCommand::fileDialogSetting(), 1);
+    koraRegisterSysVar({L"FILEDIA", KORTSHORT, L"File dialogs"}, L"1", 0, 1);
+    EXPECT_EQ(DgnAttachCommand::fileDialogSetting(), 1);
+}
+
+TEST(CommandObjects, ModesAndClassesOfTheFourCommands)
+{
+    DgnAttachCommand attach;
+    DgnBindCommand bind;
+    DgnImportCommand import;
+    DgnExportCommand exporter;
+    EXPECT_FALSE(attach.commandLineMode());
+    EXPECT_FALSE(bind.commandLineMode());
+    attach.setCommandLineMode(true);
+    bind.setCommandLineMode();
+    EXPECT_TRUE(attach.commandLineMode());
+    EXPECT_TRUE(bind.commandLineMode());
+    for (const KoRxObject* c : std::initializer_list<const KoRxObject*>{&attach, &bind, &import, &exporter}) {
+        EXPECT_TRUE(c->isKindOf(KoEdCommand::desc()));
+        EXPECT_EQ(c->isA()->myParent(), KoEdCommand::desc());
+    }
+    EXPECT_TRUE(exporter.resourceInstance().isEmpty());
+    EXPECT_STREQ(import.globalName(), L"");
 }

@@ -15,6 +15,9 @@ struct KoSysVarInfo {
 // Registers a variable with its default. Variables of the same name are
 // not registered twice. Short and long variables may carry a range.
 KORA_API void koraRegisterSysVar(const KoSysVarInfo& info, const KoString& defaultValue, int minimum = 0, int maximum = -1);
+// Removes a variable (a module that registered one removes it when it is
+// unloaded); asking for it afterwards answers KORTERROR.
+KORA_API void koraUnregisterSysVar(const wchar_t* name);
 // All variables, by name.
 KORA_API std::vector<KoSysVarInfo> koraSysVars();
 // True when a variable of that name (any case) exists.
