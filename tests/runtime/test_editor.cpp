@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "kora/editor.h"
+#include "kora/msgbox.h"
 #include "kora/sysvars.h"
 #include "testeditor.h"
 
@@ -172,4 +173,25 @@ TEST(FileSearch, AsGivenThenSupportFolders)
     wchar_t tiny[4] = {};
     EXPECT_EQ(koedFindFile(L"seed.dgn", tiny, 4), KORTERROR);
     setenv("KORA_SUPPORT_PATH", saved.c_str(), 1);
+}
+
+TEST(MessageBoxes, AskedAtTheCommandLineUnlessAHandlerAnswers)
+{
+    {
+        TestEditor editor;
+        editor.reply(L"n").reply(L"").cancel();
+        EXPECT_EQ(koraMessageBox(L"Overwrite?", L"KORA", KOMB_YESNO | KOMB_ICONWARNING), KOID_NO);
+        EXPECT_EQ(koraMessageBox(L"Overwrite?", L"KORA", KOMB_YESNOCANCEL | KOMB_ICONWARNING), KOID_YES);
+        EXPECT_EQ(koraMessageBox(L"Overwrite?", L"KORA", KOMB_YESNOCANCEL | KOMB_ICONWARNING), KOID_CANCEL);
+        EXPECT_EQ(koraMessageBox(L"Done.", L"KORA", KOMB_OK), KOID_OK);
+        EXPECT_NE(editor.transcript().find(L"[KORA] Overwrite?"), KoString::npos);
+    }
+    unsigned seenType = 0;
+    KoMessageBoxHandler previous = koraSetMessageBoxHandler([&](const wchar_t*, const wchar_t*, unsigned type) {
+        seenType = type;
+        return static_cast<int>(KOID_NO);
+    });
+    EXPECT_EQ(koraMessageBox(L"Overwrite?", L"KORA", 0x34), KOID_NO);
+    EXPECT_EQ(seenType, 0x34u);
+    koraSetMessageBoxHandler(previous);
 }
