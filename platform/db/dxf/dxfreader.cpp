@@ -123,6 +123,23 @@ private:
         if (!std::isfinite(d)) fail(t.line, "the number \"" + t.value.substr(0, 40) + "\" is out of range");
         return d;
     }
+    // A coordinate of a point (or vector) whose x has group `base`, y
+    // base + 10 and z base + 20; false for any other group.
+    bool point(const RTag& t, KoGePoint3d& p, int base)
+    {
+        if (t.code == base) p.x = dbl(t);
+        else if (t.code == base + 10) p.y = dbl(t);
+        else if (t.code == base + 20) p.z = dbl(t);
+        else return false;
+        return true;
+    }
+    bool vec(const RTag& t, KoGeVector3d& v, int base)
+    {
+        KoGePoint3d p(v.x, v.y, v.z);
+        if (!point(t, p, base)) return false;
+        v = {p.x, p.y, p.z};
+        return true;
+    }
     int integer(const RTag& t)
     {
         int64_t i;
@@ -946,19 +963,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
     auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
     KoGePoint3d p10, p11, p12;
     KoGeVector3d normal = KoGeVector3d::kZAxis();
-    auto point = [&](const RTag& t, KoGePoint3d& p, int base) {
-        if (t.code == base) p.x = dbl(t);
-        else if (t.code == base + 10) p.y = dbl(t);
-        else if (t.code == base + 20) p.z = dbl(t);
-        else return false;
-        return true;
-    };
-    auto vec = [&](const RTag& t, KoGeVector3d& v, int base) {
-        KoGePoint3d p(v.x, v.y, v.z);
-        if (!point(t, p, base)) return false;
-        v = {p.x, p.y, p.z};
-        return true;
-    };
 
     if (n == "LINE") {
         auto e = std::make_unique<KoDbLine>();
@@ -1351,19 +1355,6 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
         if (!takeCommon(c, *b.tag)) preserve(preserved, b);
     };
     KoGeVector3d normal = KoGeVector3d::kZAxis();
-    auto point = [&](const RTag& t, KoGePoint3d& p, int base) {
-        if (t.code == base) p.x = dbl(t);
-        else if (t.code == base + 10) p.y = dbl(t);
-        else if (t.code == base + 20) p.z = dbl(t);
-        else return false;
-        return true;
-    };
-    auto vec = [&](const RTag& t, KoGeVector3d& v, int base) {
-        KoGePoint3d p(v.x, v.y, v.z);
-        if (!point(t, p, base)) return false;
-        v = {p.x, p.y, p.z};
-        return true;
-    };
     auto e = std::make_unique<KoDbHatch>();
     const size_t count = c.body.size();
     size_t i = 0;
