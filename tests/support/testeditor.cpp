@@ -1,8 +1,17 @@
 #include "testeditor.h"
 
+#include <gtest/gtest.h>
+
+#include "kora/db/object.h"
+
 TestEditor::TestEditor() : m_previous(koraSetEditorBackend(this)) {}
 
-TestEditor::~TestEditor() { koraSetEditorBackend(m_previous); }
+TestEditor::~TestEditor()
+{
+    koraSetEditorBackend(m_previous);
+    // Every command a test drives must close what it opened.
+    EXPECT_EQ(kodbOpenObjectCount(), 0) << "database objects were left open; the dialogue was:\n" << m_transcript.toUtf8();
+}
 
 TestEditor& TestEditor::reply(const KoString& text)
 {

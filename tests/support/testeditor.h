@@ -1,6 +1,7 @@
 // The test editor: an editor back end with queued replies that records the
 // whole dialogue, so a command flow reads as one test. It installs itself
-// for its lifetime.
+// for its lifetime, and when it goes it checks that no database object was
+// left open.
 #pragma once
 
 #include <deque>
