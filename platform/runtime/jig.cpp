@@ -55,7 +55,7 @@ KoEdJig::DragStatus KoEdJig::refuse(const wchar_t* message)
 
 KoEdJig::DragStatus KoEdJig::acquirePoint(KoGePoint3d& point)
 {
-    if (m_answer.isEmpty()) return m_controls & kNullResponseAccepted ? kNull : kOther;
+    if (m_answer.isEmpty()) return kNull;
     const std::optional<KoGePoint3d> p = kora::detail::parsePoint(m_answer, nullptr);
     if (!p) return refuse(L"\nInvalid point.");
     point = *p;
@@ -66,7 +66,7 @@ KoEdJig::DragStatus KoEdJig::acquirePoint(KoGePoint3d& point)
 
 KoEdJig::DragStatus KoEdJig::acquirePoint(KoGePoint3d& point, const KoGePoint3d& basePoint)
 {
-    if (m_answer.isEmpty()) return m_controls & kNullResponseAccepted ? kNull : kOther;
+    if (m_answer.isEmpty()) return kNull;
     const std::optional<KoGePoint3d> p = kora::detail::parsePoint(m_answer, &basePoint);
     if (!p) return refuse(L"\nInvalid point.");
     point = *p;
@@ -81,7 +81,7 @@ KoEdJig::DragStatus KoEdJig::acquireDist(double& distance)
 
 KoEdJig::DragStatus KoEdJig::acquireDist(double& distance, const KoGePoint3d& basePoint)
 {
-    if (m_answer.isEmpty()) return m_controls & kNullResponseAccepted ? kNull : kOther;
+    if (m_answer.isEmpty()) return kNull;
     std::optional<double> d = kora::detail::parseReal(m_answer);
     if (!d) {
         const std::optional<KoGePoint3d> p = kora::detail::parsePoint(m_answer, &basePoint);
@@ -101,7 +101,7 @@ KoEdJig::DragStatus KoEdJig::acquireAngle(double& angle)
 
 KoEdJig::DragStatus KoEdJig::acquireAngle(double& angle, const KoGePoint3d& basePoint)
 {
-    if (m_answer.isEmpty()) return m_controls & kNullResponseAccepted ? kNull : kOther;
+    if (m_answer.isEmpty()) return kNull;
     if (const std::optional<double> degrees = kora::detail::parseReal(m_answer)) {
         angle = *degrees * M_PI / 180.0;
         return kNormal;

@@ -182,6 +182,13 @@ TEST(Jigs, TypedPointsDistancesAndEnterDriveTheDrag)
         CircleJig jig;
         EXPECT_EQ(jig.run(), KoEdJig::kCancel);
     }
+    {
+        // Enter where the sampler has no default ends the drag with kNull.
+        TestEditor editor;
+        editor.reply(L"");
+        CircleJig jig;
+        EXPECT_EQ(jig.run(), KoEdJig::kNull);
+    }
     EXPECT_EQ(countOf(*db, KoDbCircle::desc()), 2);
     EXPECT_EQ(db->openObjectCount(), 0);
     closeAll();

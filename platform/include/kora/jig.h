@@ -13,7 +13,7 @@ public:
 
     enum UserInputControls : int {
         kGovernedByOrthoMode = 0x0001,
-        kNullResponseAccepted = 0x0002,  // Enter answers kNull instead of asking again
+        kNullResponseAccepted = 0x0002,  // the sampler gives Enter a meaning of its own
         kDontEchoCancelForCtrlC = 0x0004,
         kDontUpdateLastPoint = 0x0008,
         kNoDwgLimitsChecking = 0x0010,
@@ -50,7 +50,9 @@ public:
     void setUserInputControls(UserInputControls controls) { m_controls = controls; }
     UserInputControls userInputControls() const { return m_controls; }
 
-    // Read the answer of the current drag; call them from sampler().
+    // Read the answer of the current drag; call them from sampler(). Enter
+    // answers kNull; an answer that cannot be read is reported and answers
+    // kOther, and the drag asks again.
     DragStatus acquirePoint(KoGePoint3d& point);
     DragStatus acquirePoint(KoGePoint3d& point, const KoGePoint3d& basePoint);
     DragStatus acquireDist(double& distance);
