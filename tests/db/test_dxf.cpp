@@ -613,7 +613,7 @@ TEST(KoDbDxf, MalformedFilesFailWithFileAndLine)
     r12.replace(r12.find("AC1027"), 6, "AC1009");
     const Case cases[] = {
         {"empty.dxf", "", Kora::eBadDxfFile, "empty"},
-        {"binary.dxf", std::string("AutoCAD Binary DXF\r\n\x1a\0", 22) + "junk", Kora::eUnsupportedFileFormat, "binary"},
+        {"binary.dxf", std::string("Vendor  Binary DXF\r\n\x1a\0", 22) + "junk", Kora::eUnsupportedFileFormat, "binary"},
         {"truncated.dxf", good.substr(0, good.size() / 2), Kora::eBadDxfFile, "line"},
         {"number.dxf", badNumber, Kora::eBadDxfFile, "is not a number"},
         {"code.dxf", badCode, Kora::eBadDxfFile, "group code was expected"},

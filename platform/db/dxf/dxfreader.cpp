@@ -1683,7 +1683,8 @@ Kora::ErrorStatus readDxf(TagReader& in, KoDbDatabase& target, const KoString& n
 
 namespace {
 
-constexpr char kBinarySentinel[] = "AutoCAD Binary DXF";
+// A binary DXF file opens with a one-line signature ending in these bytes.
+constexpr std::string_view kBinarySignatureEnd("Binary DXF\r\n\x1a\0", 14);
 
 bool refuse(std::string_view head, const KoString& name, KoString* message, Kora::ErrorStatus& es)
 {
@@ -1692,7 +1693,8 @@ bool refuse(std::string_view head, const KoString& name, KoString* message, Kora
         es = Kora::eBadDxfFile;
         return true;
     }
-    if (head.substr(0, sizeof kBinarySentinel - 1) == kBinarySentinel) {
+    const size_t signatureEnd = head.substr(0, 32).find(kBinarySignatureEnd);
+    if (signatureEnd != std::string_view::npos && head.substr(0, signatureEnd).find('\n') == std::string_view::npos) {
         if (message) *message = KoString::format(L"%s, line 1: binary DXF files are not supported; save it as ASCII DXF.", name.c_str());
         es = Kora::eUnsupportedFileFormat;
         return true;
