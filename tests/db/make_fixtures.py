@@ -110,7 +110,7 @@ def underlays(path):
 def opaque(path):
     doc = ezdxf.new("R2013")
     msp = doc.modelspace()
-    sat = ["400 0 1 0", "16 ASM-BODY 1.0 24 Open Design Alliance ACIS Builder 12 Thu Jan 01 00:00:00 2026",
+    sat = ["400 0 1 0", "16 ASM-BODY 1.0 20 KORA fixture builder 24 Thu Jan 01 00:00:00 2026",
            "1 9.9999999999999995e-07 1e-10", "body $-1 -1 $-1 $1 $-1 $2 #", "End-of-ACIS-data"]
     solid = msp.add_3dsolid()
     solid.sat = sat
