@@ -214,6 +214,8 @@ void loadMappingSetups(DgnMappingSetupStore& store)
 {
     store.clear();
     store.insert(standardMappingSetup());
+    // One batch reads the whole store from one state of the file, checked once.
+    KoProfileBatch batch(dgnSetupFilePath());
     std::vector<wchar_t> buffer(kBufferSize);
     for (const KoString& section : setupFileSectionNames()) {
         if (section.find(L"MappingSetup") < 0) continue;

@@ -58,6 +58,7 @@ constexpr const wchar_t* kImportMode = L"DGNIMPORTMODE";
 
 bool readImportSettings(DgnImportSettings& settings)
 {
+    KoProfileBatch batch(dgnSetupFilePath());  // all values from one state of the file
     const KoString section = findSection(L"IMPORTSECTION");
     if (section.isEmpty()) return false;
     settings.existingXRefOperation = readInt(section, L"ExistingXRefOperation");
@@ -70,6 +71,7 @@ bool readImportSettings(DgnImportSettings& settings)
 
 bool readExportSettings(DgnExportSettings& settings)
 {
+    KoProfileBatch batch(dgnSetupFilePath());  // all values from one state of the file
     const KoString section = findSection(L"EXPORTSECTION");
     if (section.isEmpty()) return false;
     settings.existingXRefOperation = readInt(section, L"ExistingXRefOperation");

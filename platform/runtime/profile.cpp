@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -35,46 +37,148 @@ struct Line {
 };
 using LineIt = std::list<Line>::iterator;
 
+// Positions of names: an open-addressing table (linear probing) of slots
+// that hold a position, the hash of the name's folded form (see fold())
+// and how many lines or sections have the name. Only the first of them is
+// held, the one that counts; duplicates are rare, and found by a scan when
+// the first one goes. Names are not stored: a slot whose hash matches is
+// confirmed against the line itself. A look-up so touches one slot, and
+// adding a name allocates nothing but the table's occasional growth.
+template <typename Pos>
+class NameIndex {
+public:
+    struct Slot {
+        Pos pos;
+        uint32_t hash = 0;
+        uint32_t count = 0;  // 0 marks an empty slot
+    };
+
+    // The slot of the name with this hash whose position `is` confirms.
+    template <typename Is>
+    Slot* find(uint32_t hash, Is is)
+    {
+        if (m_slots.empty()) return nullptr;
+        for (size_t i = hash & mask();; i = (i + 1) & mask()) {
+            Slot& slot = m_slots[i];
+            if (slot.count == 0) return nullptr;
+            if (slot.hash == hash && is(slot.pos)) return &slot;
+        }
+    }
+
+    // Adds a name that is not in the index.
+    void insert(uint32_t hash, Pos pos)
+    {
+        if ((m_size + 1) * 2 > m_slots.size()) grow();
+        size_t i = hash & mask();
+        while (m_slots[i].count != 0) i = (i + 1) & mask();
+        m_slots[i] = {pos, hash, 1};
+        ++m_size;
+    }
+
+    // Removes a slot, moving back the slots behind it that would otherwise
+    // no longer be reached from their home slot.
+    void erase(Slot& slot)
+    {
+        size_t hole = static_cast<size_t>(&slot - m_slots.data());
+        for (size_t i = (hole + 1) & mask(); m_slots[i].count != 0; i = (i + 1) & mask()) {
+            const size_t home = m_slots[i].hash & mask();
+            // The slot may move to the hole unless its home lies after the hole, up to the slot itself.
+            const bool homeBetween = hole < i ? hole < home && home <= i : hole < home || home <= i;
+            if (homeBetween) continue;
+            m_slots[hole] = m_slots[i];
+            hole = i;
+        }
+        m_slots[hole] = Slot{};
+        --m_size;
+    }
+
+    void clear()
+    {
+        m_slots.clear();
+        m_size = 0;
+    }
+
+private:
+    size_t mask() const { return m_slots.size() - 1; }
+
+    void grow()
+    {
+        std::vector<Slot> old(std::max<size_t>(16, m_slots.size() * 2));
+        old.swap(m_slots);
+        for (const Slot& slot : old) {
+            if (slot.count == 0) continue;
+            size_t i = slot.hash & mask();
+            while (m_slots[i].count != 0) i = (i + 1) & mask();
+            m_slots[i] = slot;
+        }
+    }
+
+    std::vector<Slot> m_slots;  // a power of two of them, at most half used
+    size_t m_size = 0;
+};
+
 struct Section {
     LineIt header;
     LineIt lastKey;  // new keys go after it; the header while there is none
-    // Upper-cased key name -> its lines in file order (the first one counts).
-    std::unordered_map<std::wstring, std::vector<LineIt>> keys;
+    NameIndex<LineIt> keys;
 };
 using SectionIt = std::list<Section>::iterator;
 
 // A parsed file. Lines keep their original bytes, so every line a write
 // does not touch goes back to disk exactly as it was read, encoding errors
 // included. Lines live in a list and sections and keys are indexed by their
-// upper-cased names, so finding, appending and deleting cost O(1) however
-// many keys a batch writes.
+// folded names, so finding, appending and deleting cost O(1) however many
+// keys a batch writes.
 struct Document {
     Encoding encoding = Encoding::Utf8;
     std::string bom;
     Eol style = Eol::Lf;  // the line end of new lines: the file's first one
     std::list<Line> lines;
     std::list<Section> sections;  // file order
-    // Upper-cased section name -> its sections in file order.
-    std::unordered_map<std::wstring, std::vector<SectionIt>> index;
+    NameIndex<SectionIt> index;
 };
 
-bool isBlank(wchar_t ch)
+// Line text is handled as ASCII bytes or as decoded wide text (see
+// withText()), so the text helpers take either.
+template <typename Ch>
+using Text = std::basic_string_view<Ch>;
+
+template <typename Ch>
+bool isBlank(Ch ch)
 {
-    return ch == L' ' || ch == L'\t' || ch == L'\r' || ch == L'\v' || ch == L'\f';
+    return ch == ' ' || ch == '\t' || ch == '\r' || ch == '\v' || ch == '\f';
 }
 
-std::wstring_view trimmed(std::wstring_view text)
+template <typename Ch>
+Text<Ch> trimmed(Text<Ch> text)
 {
     while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
     while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
     return text;
 }
 
-std::wstring upper(std::wstring_view name)
+// The form names are compared in: upper-cased, then one byte for an ASCII
+// character and five bytes with the high bit set for any other, so that
+// two names share a form only when they match without regard to case, and
+// ASCII names, which are nearly all names, fit a string without allocating.
+// ASCII is upper-cased here: the locale's mapping gives the same and costs
+// far more, per character, than the rest of a look-up.
+template <typename Ch>
+void fold(Text<Ch> name, std::string& out)
 {
-    std::wstring out(name);
-    for (wchar_t& ch : out) ch = koToUpper(ch);
-    return out;
+    out.resize(name.size());  // one byte a character while they are ASCII
+    size_t n = 0;
+    for (Ch ch : name) {
+        auto up = static_cast<uint32_t>(static_cast<std::make_unsigned_t<Ch>>(ch));
+        if (up >= 0x80) up = static_cast<uint32_t>(koToUpper(static_cast<wchar_t>(ch)));
+        else if (up >= 'a' && up <= 'z') up -= 'a' - 'A';
+        if (up < 0x80) {
+            out[n++] = static_cast<char>(up);
+            continue;
+        }
+        out.resize(out.size() + 4);
+        for (int shift = 28; shift >= 0; shift -= 7) out[n++] = static_cast<char>(0x80 | ((up >> shift) & 0x7F));
+    }
 }
 
 size_t unitSize(Encoding encoding) { return encoding == Encoding::Utf8 ? 1 : 2; }
@@ -113,11 +217,21 @@ std::wstring decode(std::string_view raw, Encoding encoding)
     return out;
 }
 
-std::string encode(std::wstring_view text, Encoding encoding)
+bool isAscii(unsigned ch) { return ch < 0x80; }
+
+// Appends text in the file's encoding. ASCII, which nearly all text in
+// these files is, is copied as it stands into a UTF-8 file.
+void appendEncoded(std::string& out, std::wstring_view text, Encoding encoding)
 {
-    if (encoding == Encoding::Utf8) return KoString(text).toUtf8();
-    std::string out;
-    out.reserve(text.size() * 2);
+    if (encoding == Encoding::Utf8) {
+        const auto ascii = std::find_if_not(text.begin(), text.end(), [](wchar_t ch) { return isAscii(ch); });
+        const size_t at = out.size();
+        out.resize(at + static_cast<size_t>(ascii - text.begin()));
+        std::transform(text.begin(), ascii, out.begin() + static_cast<std::ptrdiff_t>(at),
+                       [](wchar_t ch) { return static_cast<char>(ch); });
+        if (ascii != text.end()) out += KoString(text.substr(static_cast<size_t>(ascii - text.begin()))).toUtf8();
+        return;
+    }
     const auto put = [&](unsigned unit) {
         const char lo = static_cast<char>(unit & 0xFF), hi = static_cast<char>(unit >> 8);
         if (encoding == Encoding::Utf16LE) { out += lo; out += hi; }
@@ -134,41 +248,111 @@ std::string encode(std::wstring_view text, Encoding encoding)
             put(cp);
         }
     }
+}
+
+std::string encode(std::wstring_view text, Encoding encoding)
+{
+    std::string out;
+    appendEncoded(out, text, encoding);
     return out;
 }
 
+// Hands a line's text to `use`: the bytes themselves when they are ASCII
+// in a UTF-8 file, as nearly every line is, and the decoded text otherwise.
+// Deciding per line keeps the meaning of damaged bytes exactly as decoding
+// gives it.
+template <typename Use>
+auto withText(std::string_view raw, Encoding encoding, Use use)
+{
+    if (encoding == Encoding::Utf8
+        && std::all_of(raw.begin(), raw.end(), [](char b) { return isAscii(static_cast<unsigned char>(b)); }))
+        return use(raw);
+    const std::wstring text = decode(raw, encoding);
+    return use(std::wstring_view(text));
+}
+
+template <typename Ch>
 struct Classified {
     LineKind kind = LineKind::Other;
-    std::wstring_view name;  // section or key name, trimmed
+    Text<Ch> name;  // section or key name, trimmed
 };
 
 // What a line is: "[name]" (the name runs to the last "]"), "key=value",
 // or anything else (blank, ";" comment, a damaged "[section" line), which
 // is kept but has no meaning.
-Classified classify(std::wstring_view text)
+template <typename Ch>
+Classified<Ch> classify(Text<Ch> text)
 {
-    const std::wstring_view t = trimmed(text);
-    if (t.empty() || t.front() == L';') return {};
-    if (t.front() == L'[') {
-        const size_t close = t.rfind(L']');
-        if (close == std::wstring_view::npos) return {};
+    const Text<Ch> t = trimmed(text);
+    if (t.empty() || t.front() == ';') return {};
+    if (t.front() == '[') {
+        const size_t close = t.rfind(']');
+        if (close == Text<Ch>::npos) return {};
         return {LineKind::Section, trimmed(t.substr(1, close - 1))};
     }
-    const size_t eq = t.find(L'=');
-    if (eq == std::wstring_view::npos) return {};
+    const size_t eq = t.find('=');
+    if (eq == Text<Ch>::npos) return {};
     return {LineKind::Key, trimmed(t.substr(0, eq))};
 }
 
-// The value of a key line, trimmed of blanks and, for callers that want
-// it, of one pair of enclosing quotes.
-std::wstring valueOf(const Line& line, Encoding encoding, bool stripQuotes)
+// The value of a key line's text, trimmed of blanks and, for callers that
+// want it, of one pair of enclosing quotes.
+template <typename Ch>
+Text<Ch> valueOf(Text<Ch> text, bool stripQuotes)
 {
-    const std::wstring text = decode(line.raw, encoding);
-    std::wstring_view value = trimmed(std::wstring_view(text).substr(text.find(L'=') + 1));
+    Text<Ch> value = trimmed(text.substr(text.find('=') + 1));
     if (stripQuotes && value.size() >= 2 && value.front() == value.back()
-        && (value.front() == L'"' || value.front() == L'\''))
+        && (value.front() == '"' || value.front() == '\''))
         value = value.substr(1, value.size() - 2);
-    return std::wstring(value);
+    return value;
+}
+
+// The folded name of a section or key line.
+void foldLineName(const Line& line, Encoding encoding, std::string& out)
+{
+    withText(line.raw, encoding, [&](auto text) { fold(classify(text).name, out); });
+}
+
+// A name sought or added: its folded form, in the one buffer all look-ups
+// reuse (they run under the profile mutex, and the form is valid until
+// the next call), and the hash of that form.
+struct FoldedName {
+    const std::string& text;
+    uint32_t hash;
+};
+
+template <typename Ch>
+FoldedName foldedName(Text<Ch> name)
+{
+    static auto* buffer = new std::string;
+    fold(name, *buffer);
+    return {*buffer, static_cast<uint32_t>(std::hash<std::string>{}(*buffer))};
+}
+
+bool hasName(const Line& line, Encoding encoding, const FoldedName& name)
+{
+    static auto* buffer = new std::string;
+    foldLineName(line, encoding, *buffer);
+    return *buffer == name.text;
+}
+
+const Line& lineOf(LineIt line) { return *line; }
+const Line& lineOf(SectionIt section) { return *section->header; }
+
+template <typename Pos>
+typename NameIndex<Pos>::Slot* findNamed(NameIndex<Pos>& index, const Document& doc, const FoldedName& name)
+{
+    return index.find(name.hash, [&](Pos pos) { return hasName(lineOf(pos), doc.encoding, name); });
+}
+
+// Counts one more key line or section of a name, which is indexed when it
+// is the first. Keys and sections are only ever added after those of the
+// same name, so the first in the index stays the first in file order.
+template <typename Pos>
+void addNamed(NameIndex<Pos>& index, const Document& doc, const FoldedName& name, Pos pos)
+{
+    if (auto* slot = findNamed(index, doc, name)) ++slot->count;
+    else index.insert(name.hash, pos);
 }
 
 // Byte offset of a key line's value: past the "=" and the blanks after it,
@@ -184,30 +368,31 @@ size_t valueOffset(std::string_view raw, Encoding encoding)
     return std::min(i, raw.size());
 }
 
-void addSection(Document& doc, LineIt header, const std::wstring& upperName)
+Section& addSection(Document& doc, LineIt header, const FoldedName& name)
 {
     doc.sections.push_back({header, header, {}});
-    doc.index[upperName].push_back(std::prev(doc.sections.end()));
+    const SectionIt section = std::prev(doc.sections.end());
+    addNamed(doc.index, doc, name, section);
+    return *section;
 }
 
-// Keys are only ever added after the section's last key, so each name's
-// lines stay in file order.
-void addKey(Section& section, LineIt line, const std::wstring& upperName)
+void addKey(Document& doc, Section& section, LineIt line, const FoldedName& name)
 {
-    section.keys[upperName].push_back(line);
+    addNamed(section.keys, doc, name, line);
     section.lastKey = line;
 }
 
 void appendParsedLine(Document& doc, Line line)
 {
-    const std::wstring text = decode(line.raw, doc.encoding);
-    const Classified c = classify(text);
-    // Keys above the first section belong to no section: kept, never read.
-    line.kind = c.kind == LineKind::Key && doc.sections.empty() ? LineKind::Other : c.kind;
     doc.lines.push_back(std::move(line));
     const LineIt it = std::prev(doc.lines.end());
-    if (it->kind == LineKind::Section) addSection(doc, it, upper(c.name));
-    else if (it->kind == LineKind::Key) addKey(doc.sections.back(), it, upper(c.name));
+    withText(it->raw, doc.encoding, [&](auto text) {
+        const auto c = classify(text);
+        // Keys above the first section belong to no section: kept, never read.
+        it->kind = c.kind == LineKind::Key && doc.sections.empty() ? LineKind::Other : c.kind;
+        if (it->kind == LineKind::Section) addSection(doc, it, foldedName(c.name));
+        else if (it->kind == LineKind::Key) addKey(doc, doc.sections.back(), it, foldedName(c.name));
+    });
 }
 
 void parse(Document& doc, const std::string& bytes)
@@ -270,26 +455,25 @@ std::string serialize(const Document& doc)
     return out;
 }
 
-LineIt insertLine(Document& doc, LineIt pos, std::wstring_view text, LineKind kind)
+LineIt insertLine(Document& doc, LineIt pos, std::string raw, LineKind kind)
 {
     // Only the last line of a file can lack its line end; it needs one now.
     if (pos == doc.lines.end() && !doc.lines.empty() && doc.lines.back().eol == Eol::None)
         doc.lines.back().eol = doc.style;
-    return doc.lines.insert(pos, Line{encode(text, doc.encoding), doc.style, kind});
+    return doc.lines.insert(pos, Line{std::move(raw), doc.style, kind});
 }
 
-SectionIt* firstSection(Document& doc, std::wstring_view name)
+NameIndex<SectionIt>::Slot* findSection(Document& doc, std::wstring_view name)
 {
-    const auto found = doc.index.find(upper(trimmed(name)));
-    return found == doc.index.end() ? nullptr : &found->second.front();
+    return findNamed(doc.index, doc, foldedName(trimmed(name)));
 }
 
-const Line* firstKey(Document& doc, std::wstring_view section, std::wstring_view key)
+const Line* findKey(Document& doc, std::wstring_view section, std::wstring_view key)
 {
-    SectionIt* s = firstSection(doc, section);
+    const auto* s = findSection(doc, section);
     if (!s) return nullptr;
-    const auto found = (*s)->keys.find(upper(trimmed(key)));
-    return found == (*s)->keys.end() ? nullptr : &*found->second.front();
+    const auto* k = findNamed(s->pos->keys, doc, foldedName(trimmed(key)));
+    return k ? &*k->pos : nullptr;
 }
 
 // The line after a section's last line.
@@ -299,48 +483,55 @@ LineIt sectionEnd(Document& doc, SectionIt section)
     return next == doc.sections.end() ? doc.lines.end() : next->header;
 }
 
-LineIt appendSection(Document& doc, std::wstring_view name)
+Section& appendSection(Document& doc, std::wstring_view name)
 {
-    const std::wstring header = L"[" + std::wstring(trimmed(name)) + L"]";
-    const LineIt line = insertLine(doc, doc.lines.end(), header, LineKind::Section);
-    addSection(doc, line, upper(trimmed(name)));
-    return line;
+    std::string header = encode(L"[", doc.encoding);
+    appendEncoded(header, trimmed(name), doc.encoding);
+    appendEncoded(header, L"]", doc.encoding);
+    const LineIt line = insertLine(doc, doc.lines.end(), std::move(header), LineKind::Section);
+    return addSection(doc, line, foldedName(trimmed(name)));
 }
 
 // Each edit answers whether it changed the document.
 bool setKey(Document& doc, std::wstring_view section, std::wstring_view key, std::wstring_view value)
 {
-    const std::wstring name(trimmed(key));
-    const std::wstring text = name + L"=" + std::wstring(value);
-    SectionIt* found = firstSection(doc, section);
-    if (!found) {
-        appendSection(doc, section);
-        addKey(doc.sections.back(), insertLine(doc, doc.lines.end(), text, LineKind::Key), upper(name));
+    const std::wstring_view name = trimmed(key);
+    auto* found = findSection(doc, section);
+    Section& s = found ? *found->pos : appendSection(doc, section);
+    const FoldedName folded = foldedName(name);
+    if (const auto* k = findNamed(s.keys, doc, folded)) {
+        Line& line = *k->pos;
+        const size_t offset = valueOffset(line.raw, doc.encoding);
+        const std::string encoded = encode(value, doc.encoding);
+        if (std::string_view(line.raw).substr(offset) == encoded) return false;
+        line.raw.replace(offset, std::string::npos, encoded);
         return true;
     }
-    Section& s = **found;
-    const auto k = s.keys.find(upper(name));
-    if (k == s.keys.end()) {
-        addKey(s, insertLine(doc, std::next(s.lastKey), text, LineKind::Key), upper(name));
-        return true;
-    }
-    Line& line = *k->second.front();
-    std::string raw = line.raw.substr(0, valueOffset(line.raw, doc.encoding)) + encode(value, doc.encoding);
-    if (raw == line.raw) return false;
-    line.raw = std::move(raw);
+    std::string text;
+    text.reserve(name.size() + 1 + value.size());  // exact for ASCII
+    appendEncoded(text, name, doc.encoding);
+    appendEncoded(text, L"=", doc.encoding);
+    appendEncoded(text, value, doc.encoding);
+    s.lastKey = insertLine(doc, std::next(s.lastKey), std::move(text), LineKind::Key);
+    s.keys.insert(folded.hash, s.lastKey);
     return true;
 }
 
 bool deleteKey(Document& doc, std::wstring_view section, std::wstring_view key)
 {
-    SectionIt* found = firstSection(doc, section);
+    auto* found = findSection(doc, section);
     if (!found) return false;
-    Section& s = **found;
-    const auto k = s.keys.find(upper(trimmed(key)));
-    if (k == s.keys.end()) return false;
-    const LineIt line = k->second.front();
-    k->second.erase(k->second.begin());
-    if (k->second.empty()) s.keys.erase(k);
+    Section& s = *found->pos;
+    const FoldedName name = foldedName(trimmed(key));
+    auto* k = findNamed(s.keys, doc, name);
+    if (!k) return false;
+    const LineIt line = k->pos;
+    if (--k->count > 0) {
+        // The duplicate behind it shows now.
+        do ++k->pos; while (k->pos->kind != LineKind::Key || !hasName(*k->pos, doc.encoding, name));
+    } else {
+        s.keys.erase(*k);
+    }
     if (line == s.lastKey) {
         LineIt before = line;
         do --before; while (before != s.header && before->kind != LineKind::Key);
@@ -352,11 +543,16 @@ bool deleteKey(Document& doc, std::wstring_view section, std::wstring_view key)
 
 bool deleteSection(Document& doc, std::wstring_view section)
 {
-    const auto found = doc.index.find(upper(trimmed(section)));
-    if (found == doc.index.end()) return false;
-    const SectionIt s = found->second.front();
-    found->second.erase(found->second.begin());
-    if (found->second.empty()) doc.index.erase(found);
+    const FoldedName name = foldedName(trimmed(section));
+    auto* found = findNamed(doc.index, doc, name);
+    if (!found) return false;
+    const SectionIt s = found->pos;
+    if (--found->count > 0) {
+        // So does a section of the same name further on.
+        do ++found->pos; while (!hasName(*found->pos->header, doc.encoding, name));
+    } else {
+        doc.index.erase(*found);
+    }
     doc.lines.erase(s->header, sectionEnd(doc, s));
     doc.sections.erase(s);
     return true;
@@ -368,24 +564,27 @@ bool deleteSection(Document& doc, std::wstring_view section)
 bool replaceSection(Document& doc, std::wstring_view section, const std::vector<std::wstring_view>& entries)
 {
     if (entries.empty()) return deleteSection(doc, section);
-    SectionIt* found = firstSection(doc, section);
-    if (!found) appendSection(doc, section);
-    Section& s = found ? **found : doc.sections.back();
+    auto* found = findSection(doc, section);
+    Section& s = found ? *found->pos : appendSection(doc, section);
     doc.lines.erase(std::next(s.header), std::next(s.lastKey));
     s.keys.clear();
     s.lastKey = s.header;
     LineIt cursor = s.header;
     for (std::wstring_view entry : entries) {
-        const Classified c = classify(entry);
-        cursor = insertLine(doc, std::next(cursor), entry, c.kind);
-        if (c.kind == LineKind::Key) addKey(s, cursor, upper(c.name));
+        const auto c = classify(entry);
+        cursor = insertLine(doc, std::next(cursor), encode(entry, doc.encoding), c.kind);
+        if (c.kind == LineKind::Key) addKey(doc, s, cursor, foldedName(c.name));
     }
     return true;
 }
 
-bool isOneLine(std::wstring_view text) { return text.find_first_of(L"\r\n") == std::wstring_view::npos; }
+bool isOneLine(std::wstring_view text)
+{
+    return std::none_of(text.begin(), text.end(), [](wchar_t ch) { return ch == L'\r' || ch == L'\n'; });
+}
 
-unsigned copyText(std::wstring_view text, wchar_t* buffer, unsigned size)
+template <typename Ch>
+unsigned copyText(Text<Ch> text, wchar_t* buffer, unsigned size)
 {
     const size_t n = std::min<size_t>(text.size(), size - 1);
     std::copy_n(text.data(), n, buffer);
@@ -393,50 +592,90 @@ unsigned copyText(std::wstring_view text, wchar_t* buffer, unsigned size)
     return static_cast<unsigned>(n);
 }
 
-// Names as a zero-separated list ended by an extra zero. A list that does
-// not fit is cut and still ends with two zeros.
-unsigned copyList(const std::vector<std::wstring>& names, wchar_t* buffer, unsigned size)
+// Writes names into a caller's buffer as a zero-separated list ended by an
+// extra zero. A list that does not fit is cut and still ends with two
+// zeros; the writer takes no names after that, so asking with a buffer too
+// small costs no more than the buffer holds.
+class ListWriter {
+public:
+    ListWriter(wchar_t* buffer, unsigned size) : m_buffer(buffer), m_size(size) {}
+
+    // Answers whether the list has room for more.
+    template <typename Ch>
+    bool add(Text<Ch> name)
+    {
+        if (m_full) return false;
+        if (m_used + name.size() + 2 <= m_size) {
+            std::copy(name.begin(), name.end(), m_buffer + m_used);
+            m_used += name.size();
+            m_buffer[m_used++] = 0;
+            return true;
+        }
+        if (m_used + 2 < m_size) std::copy_n(name.begin(), m_size - 2 - m_used, m_buffer + m_used);
+        m_full = true;
+        return false;
+    }
+
+    // Ends the list and answers the number of characters it holds before
+    // its final zero (size - 2 for a cut list).
+    unsigned finish()
+    {
+        if (!m_full) {
+            m_buffer[m_used] = 0;
+            if (m_used == 0 && m_size > 1) m_buffer[1] = 0;  // an empty list reads as "\0\0" too
+            return static_cast<unsigned>(m_used);
+        }
+        if (m_size < 2) {
+            m_buffer[0] = 0;
+            return 0;
+        }
+        m_buffer[m_size - 2] = 0;
+        m_buffer[m_size - 1] = 0;
+        return m_size - 2;
+    }
+
+private:
+    wchar_t* m_buffer;
+    unsigned m_size;
+    size_t m_used = 0;
+    bool m_full = false;
+};
+
+// Calls use(name) with each section name in file order while it answers true.
+template <typename Use>
+void forEachSectionName(const Document& doc, Use use)
 {
-    std::wstring list;
-    for (const std::wstring& name : names) {
-        list += name;
-        list += L'\0';
+    for (const Section& s : doc.sections) {
+        if (!withText(s.header->raw, doc.encoding, [&](auto text) { return use(classify(text).name); })) return;
     }
-    if (list.size() + 1 <= size) {
-        std::copy_n(list.data(), list.size(), buffer);
-        buffer[list.size()] = 0;
-        if (list.empty() && size > 1) buffer[1] = 0;  // an empty list reads as "\0\0" too
-        return static_cast<unsigned>(list.size());
-    }
-    if (size < 2) {
-        buffer[0] = 0;
-        return 0;
-    }
-    std::copy_n(list.data(), size - 2, buffer);
-    buffer[size - 2] = 0;
-    buffer[size - 1] = 0;
-    return size - 2;
 }
 
-std::vector<std::wstring> sectionNames(const Document& doc)
+// Calls use(name) with each key name of a section in file order while it
+// answers true.
+template <typename Use>
+void forEachKeyName(Document& doc, std::wstring_view section, Use use)
 {
-    std::vector<std::wstring> names;
-    names.reserve(doc.sections.size());
-    for (const Section& s : doc.sections)
-        names.emplace_back(classify(decode(s.header->raw, doc.encoding)).name);
-    return names;
+    const auto* s = findSection(doc, section);
+    if (!s) return;
+    const LineIt end = std::next(s->pos->lastKey);
+    for (LineIt it = s->pos->header; it != end; ++it) {
+        if (it->kind != LineKind::Key) continue;
+        if (!withText(it->raw, doc.encoding, [&](auto text) { return use(classify(text).name); })) return;
+    }
 }
 
-std::vector<std::wstring> keyNames(Document& doc, std::wstring_view section)
+// The leading decimal integer of a value (blanks skipped, optional sign),
+// 0 when there is none.
+template <typename Ch>
+unsigned leadingInteger(Text<Ch> v)
 {
-    std::vector<std::wstring> names;
-    SectionIt* s = firstSection(doc, section);
-    if (!s) return names;
-    const LineIt end = std::next((*s)->lastKey);
-    for (LineIt it = (*s)->header; it != end; ++it) {
-        if (it->kind == LineKind::Key) names.emplace_back(classify(decode(it->raw, doc.encoding)).name);
-    }
-    return names;
+    size_t i = 0;
+    while (i < v.size() && isBlank(v[i])) ++i;
+    const bool negative = i < v.size() && v[i] == '-';
+    if (i < v.size() && (v[i] == '-' || v[i] == '+')) ++i;
+    unsigned n = 0;
+    for (; i < v.size() && v[i] >= '0' && v[i] <= '9'; ++i) n = n * 10 + static_cast<unsigned>(v[i] - '0');
+    return negative ? 0u - n : n;
 }
 
 }  // namespace
@@ -454,7 +693,8 @@ struct KoProfileFile {
     struct stat stamp {};
     int lockFd = -1;  // open while we hold the file's lock
     int batchDepth = 0;
-    bool dirty = false;  // the parsed copy has writes the file has not
+    bool checkedInBatch = false;  // the running batch has checked the parsed copy against the file
+    bool dirty = false;           // the parsed copy has writes the file has not
 };
 
 namespace {
@@ -469,15 +709,27 @@ std::mutex& profileMutex()
 // file. Relative names are made absolute so that one file has one entry;
 // absolute names, which do not depend on the working folder, are also
 // remembered as given, which spares every later call the normalisation.
+// Absolute names are looked up as given, without a copy.
+struct WideNameHash {
+    using is_transparent = void;
+    size_t operator()(std::wstring_view name) const { return std::hash<std::wstring_view>{}(name); }
+};
+
 KoProfileFile* cachedFile(const wchar_t* fileName)
 {
     static auto* files = new std::unordered_map<std::string, std::unique_ptr<KoProfileFile>>;
-    static auto* absoluteNames = new std::unordered_map<std::wstring, KoProfileFile*>;
+    static auto* absoluteNames = new std::unordered_map<std::wstring, KoProfileFile*, WideNameHash, std::equal_to<>>;
+    // Calls come in runs on one file: the last absolute name is checked first.
+    static std::pair<const std::wstring*, KoProfileFile*> last{nullptr, nullptr};
     if (!fileName || !*fileName) return nullptr;
     const bool absolute = fileName[0] == L'/';
     if (absolute) {
-        const auto known = absoluteNames->find(fileName);
-        if (known != absoluteNames->end()) return known->second;
+        if (last.first && *last.first == fileName) return last.second;
+        const auto known = absoluteNames->find(std::wstring_view(fileName));
+        if (known != absoluteNames->end()) {
+            last = {&known->first, known->second};
+            return known->second;
+        }
     }
     std::filesystem::path path(KoString(fileName).toUtf8());
     if (!absolute) {
@@ -567,9 +819,15 @@ void syncWithDisk(KoProfileFile& file)
 
 // While we hold the lock nobody else replaces the file, and the parsed copy
 // may hold a batch's writes that the disk has not: it is the truth then.
+// A batch that only reads checks the file at its first call and answers
+// from that state to its end, without taking the lock: a store read key by
+// key then costs one stat() rather than one per key, and sees one state
+// of the file rather than a mix of two.
 void refresh(KoProfileFile& file)
 {
-    if (file.lockFd < 0) syncWithDisk(file);
+    if (file.lockFd >= 0 || file.checkedInBatch) return;
+    syncWithDisk(file);
+    file.checkedInBatch = file.batchDepth > 0;
 }
 
 // The lock is taken on a sidecar "<file>.lock" rather than on the file
@@ -671,14 +929,17 @@ auto inspect(const wchar_t* fileName, Read read)
     return read(file ? file->doc : none);
 }
 
-std::optional<std::wstring> readValue(const wchar_t* section, const wchar_t* key, const wchar_t* fileName,
-                                      bool stripQuotes)
+// Calls use(value) with a key's value (see valueOf()) on the up-to-date
+// parsed copy; answers false, without calling it, when the key is missing.
+template <typename Use>
+bool withValue(const wchar_t* section, const wchar_t* key, const wchar_t* fileName, bool stripQuotes, Use use)
 {
-    if (!section || !key) return std::nullopt;
-    return inspect(fileName, [&](Document& doc) -> std::optional<std::wstring> {
-        const Line* line = firstKey(doc, section, key);
-        if (!line) return std::nullopt;
-        return valueOf(*line, doc.encoding, stripQuotes);
+    if (!section || !key) return false;
+    return inspect(fileName, [&](Document& doc) {
+        const Line* line = findKey(doc, section, key);
+        if (!line) return false;
+        withText(line->raw, doc.encoding, [&](auto text) { use(valueOf(text, stripQuotes)); });
+        return true;
     });
 }
 
@@ -688,9 +949,18 @@ unsigned koGetPrivateProfileString(const wchar_t* section, const wchar_t* key, c
                                    wchar_t* buffer, unsigned size, const wchar_t* fileName)
 {
     if (!buffer || size == 0) return 0;
-    if (!section) return copyList(kora::detail::profileSectionNames(fileName), buffer, size);
-    if (!key) return copyList(inspect(fileName, [&](Document& doc) { return keyNames(doc, section); }), buffer, size);
-    if (const auto value = readValue(section, key, fileName, true)) return copyText(*value, buffer, size);
+    if (!section || !key) {
+        ListWriter list(buffer, size);
+        inspect(fileName, [&](Document& doc) {
+            const auto add = [&](auto name) { return list.add(name); };
+            if (!section) forEachSectionName(doc, add);
+            else forEachKeyName(doc, section, add);
+        });
+        return list.finish();
+    }
+    unsigned copied = 0;
+    if (withValue(section, key, fileName, true, [&](auto value) { copied = copyText(value, buffer, size); }))
+        return copied;
     // A default loses its trailing blanks, as values do.
     std::wstring_view fallback = defaultValue ? defaultValue : L"";
     while (!fallback.empty() && isBlank(fallback.back())) fallback.remove_suffix(1);
@@ -699,16 +969,11 @@ unsigned koGetPrivateProfileString(const wchar_t* section, const wchar_t* key, c
 
 unsigned koGetPrivateProfileInt(const wchar_t* section, const wchar_t* key, int defaultValue, const wchar_t* fileName)
 {
-    const auto value = readValue(section, key, fileName, true);
-    if (!value || value->empty()) return static_cast<unsigned>(defaultValue);
-    const std::wstring& v = *value;
-    size_t i = 0;
-    while (i < v.size() && isBlank(v[i])) ++i;
-    const bool negative = i < v.size() && v[i] == L'-';
-    if (i < v.size() && (v[i] == L'-' || v[i] == L'+')) ++i;
-    unsigned n = 0;
-    for (; i < v.size() && v[i] >= L'0' && v[i] <= L'9'; ++i) n = n * 10 + static_cast<unsigned>(v[i] - L'0');
-    return negative ? 0u - n : n;
+    auto result = static_cast<unsigned>(defaultValue);
+    withValue(section, key, fileName, true, [&](auto value) {
+        if (!value.empty()) result = leadingInteger(value);
+    });
+    return result;
 }
 
 bool koWritePrivateProfileString(const wchar_t* section, const wchar_t* key, const wchar_t* value,
@@ -744,6 +1009,7 @@ KoProfileBatch::~KoProfileBatch()
     if (!m_file) return;
     std::lock_guard guard(profileMutex());
     if (--m_file->batchDepth > 0) return;
+    m_file->checkedInBatch = false;
     if (m_file->dirty && !flush(*m_file)) forget(*m_file);
     if (m_file->lockFd >= 0) releaseLock(*m_file);
 }
@@ -752,17 +1018,26 @@ namespace kora::detail {
 
 std::optional<std::wstring> profileRawValue(const wchar_t* section, const wchar_t* key, const wchar_t* fileName)
 {
-    return readValue(section, key, fileName, false);
+    std::optional<std::wstring> raw;
+    withValue(section, key, fileName, false, [&](auto value) { raw.emplace(value.begin(), value.end()); });
+    return raw;
 }
 
 std::vector<std::wstring> profileSectionNames(const wchar_t* fileName)
 {
-    return inspect(fileName, [](Document& doc) { return sectionNames(doc); });
+    std::vector<std::wstring> names;
+    inspect(fileName, [&](Document& doc) {
+        forEachSectionName(doc, [&](auto name) {
+            names.emplace_back(name.begin(), name.end());
+            return true;
+        });
+    });
+    return names;
 }
 
 bool profileCanStore(const wchar_t* key, const wchar_t* value)
 {
-    const std::wstring_view k = trimmed(key ? key : L"");
+    const std::wstring_view k = trimmed(std::wstring_view(key ? key : L""));
     return isOneLine(k) && k.find(L'=') == std::wstring_view::npos
         && (k.empty() || (k.front() != L';' && k.front() != L'[')) && (!value || isOneLine(value));
 }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,6 +11,7 @@
 #include <cwchar>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <random>
 #include <sstream>
 #include <string>
@@ -59,6 +62,14 @@ protected:
         struct stat st {};
         stat(diskPath(name).c_str(), &st);
         return st.st_ino;
+    }
+    // Whether another process could take the file's lock now.
+    bool lockIsFree(const std::wstring& name) const
+    {
+        const int fd = open((diskPath(name).string() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        const bool free = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0;
+        if (fd >= 0) close(fd);
+        return free;
     }
 
     fs::path m_folder;
@@ -215,6 +226,12 @@ TEST_F(Profile, BufferLimitsCutValuesAndLists)
     std::wstring list = readList(nullptr, f, 64, &count);
     EXPECT_EQ(count, 15u);
     EXPECT_EQ(list.substr(0, 16), std::wstring(L"Zeta\0alpha\0Mid\0\0", 16));  // file order
+    list = readList(nullptr, f, 16, &count);  // just fits
+    EXPECT_EQ(count, 15u);
+    EXPECT_EQ(list.substr(0, 17), std::wstring(L"Zeta\0alpha\0Mid\0\0#", 17));
+    list = readList(nullptr, f, 15, &count);  // one short
+    EXPECT_EQ(count, 13u);
+    EXPECT_EQ(list.substr(0, 16), std::wstring(L"Zeta\0alpha\0Mi\0\0#", 16));
     list = readList(nullptr, f, 9, &count);
     EXPECT_EQ(count, 7u);
     EXPECT_EQ(list.substr(0, 10), std::wstring(L"Zeta\0al\0\0#", 10));
@@ -226,10 +243,12 @@ TEST_F(Profile, BufferLimitsCutValuesAndLists)
 TEST_F(Profile, NamesMatchWithoutCaseAndTheFirstDuplicateWins)
 {
     const std::wstring f = file("dups.ini");
-    putBytes(f, "[Sect]\na=1\nA=2\n[SECT]\na=3\nb=4\n[\xc3\x84rger]\n\xc3\xa9t\xc3\xa9=summer\n");
+    putBytes(f, "[Sect]\na=1\nA=2\n[SECT]\na=3\nb=4\n[\xc3\x84rger]\n\xc3\xa9t\xc3\xa9=summer\nKiss=plain\n");
     EXPECT_EQ(read(L"sect", L"A", f), L"1");
     EXPECT_EQ(read(L"sect", L"b", f, L"hidden"), L"hidden");
     EXPECT_EQ(read(L"\u00e4RGER", L"\u00c9T\u00c9", f), L"summer");
+    // Dotless i and long s upper-case to plain I and S.
+    EXPECT_EQ(read(L"\u00e4rger", L"k\u0131\u017f\u017f", f), L"plain");
 
     ASSERT_TRUE(write(L"SECT", L"a", L"one", f));
     EXPECT_EQ(bytes(f).substr(0, 18), "[Sect]\na=one\nA=2\n[");
@@ -354,6 +373,70 @@ TEST_F(Profile, ABatchReplacesTheFileOnceWhenItEnds)
     const std::string after = bytes(f);
     EXPECT_TRUE(after.starts_with("[S]\nfirst=1\nk0=0\nk1=1\n"));
     EXPECT_TRUE(after.ends_with("k99=99\n[T]\ninner=yes\n"));
+}
+
+TEST_F(Profile, ManyKeysSetAndDeletedInAnyOrderReadBackLikeAMap)
+{
+    const std::wstring f = file("many.ini");
+    std::mt19937 random(11);
+    std::map<int, std::wstring> model;  // key number -> value
+    const auto check = [&] {
+        int wrong = 0;
+        for (int n = 0; n < 3000; ++n) {
+            const auto it = model.find(n);
+            wrong += read(L"s", (L"Key" + std::to_wstring(n)).c_str(), f, L"-") != (it == model.end() ? L"-" : it->second);
+        }
+        EXPECT_EQ(wrong, 0);
+        unsigned count = 0;
+        const std::wstring list = readList(L"S", f, 1 << 16, &count);
+        EXPECT_EQ(std::count(list.begin(), list.begin() + count, L'\0'), static_cast<long>(model.size()));
+    };
+    {
+        KoProfileBatch batch(f.c_str());
+        for (int i = 0; i < 20000; ++i) {
+            const int n = static_cast<int>(random() % 3000);
+            const std::wstring key = (random() % 2 ? L"key" : L"KEY") + std::to_wstring(n);
+            if (random() % 3 == 0) {
+                ASSERT_TRUE(write(L"S", key.c_str(), nullptr, f));
+                model.erase(n);
+            } else {
+                ASSERT_TRUE(write(L"S", key.c_str(), std::to_wstring(i).c_str(), f));
+                model[n] = std::to_wstring(i);
+            }
+        }
+        check();
+    }
+    putBytes(f, bytes(f));  // the same text as a new file: parsed again
+    check();
+}
+
+TEST_F(Profile, ABatchReadsOneStateOfTheFileAndLocksItOnlyToWrite)
+{
+    const std::wstring f = file("reads.ini");
+    putBytes(f, "[S]\nk=1\n");
+    {
+        KoProfileBatch batch(f.c_str());
+        EXPECT_EQ(read(L"S", L"k", f), L"1");
+        putBytes(f, "[S]\nk=2\nother=x\n");  // another program replaces the file
+        EXPECT_EQ(read(L"S", L"k", f), L"1");   // the batch answers from the state it checked
+        EXPECT_EQ(read(L"S", L"other", f, L"d"), L"d");
+        EXPECT_TRUE(lockIsFree(f));  // reading leaves other processes free to write
+        // The first write takes the lock and reads the file again, so the
+        // other program's change is kept.
+        ASSERT_TRUE(write(L"S", L"mine", L"y", f));
+        EXPECT_FALSE(lockIsFree(f));
+        EXPECT_EQ(read(L"S", L"k", f), L"2");
+    }
+    EXPECT_TRUE(lockIsFree(f));
+    EXPECT_EQ(bytes(f), "[S]\nk=2\nother=x\nmine=y\n");
+
+    // Outside a batch every read sees the file as it is now, and so does
+    // the first read of the next batch.
+    putBytes(f, "[S]\nk=3\n");
+    EXPECT_EQ(read(L"S", L"k", f), L"3");
+    putBytes(f, "[S]\nk=4\n");
+    KoProfileBatch batch(f.c_str());
+    EXPECT_EQ(read(L"S", L"k", f), L"4");
 }
 
 TEST_F(Profile, TwoProcessesWritingOneFileLoseNoKey)

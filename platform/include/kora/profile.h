@@ -3,10 +3,11 @@
 // classic private-profile functions.
 //
 // Files are read through a parsed cache that is checked against the file on
-// every call, and every change replaces the file atomically (temporary file
-// in the same folder, then rename) under an exclusive lock, so two processes
-// updating different keys of one file never lose either update. File names
-// are wide paths with "/" as separator.
+// every call outside a batch (see KoProfileBatch), and every change
+// replaces the file atomically (temporary file in the same folder, then
+// rename) under an exclusive lock, so two processes updating different keys
+// of one file never lose either update. File names are wide paths with "/"
+// as separator.
 #pragma once
 
 #include "kora/export.h"
@@ -44,11 +45,16 @@ KORA_API bool koWritePrivateProfileString(const wchar_t* section, const wchar_t*
 // section whole.
 KORA_API bool koWritePrivateProfileSection(const wchar_t* section, const wchar_t* content, const wchar_t* fileName);
 
-// A batch of writes to one file: while the (outermost) batch lives, writes
+// A batch of calls on one file. While the (outermost) batch lives, writes
 // to the file change only the parsed copy, and the file is replaced once
 // when the batch ends. The file's lock is taken at the first write and held
 // until then, so the batch is one atomic update for other processes too.
-// Reads inside the batch see its writes.
+// Reads inside the batch see its writes, and they check the file only at
+// the batch's first call: later reads answer from that state without
+// looking at the disk, so a batch of reads sees one state of the file and
+// costs one check however many keys it reads. A batch that only reads takes
+// no lock; its first write checks the file again under the lock, so writes
+// apply to the file as it then is.
 class KORA_API KoProfileBatch {
 public:
     explicit KoProfileBatch(const wchar_t* fileName);
