@@ -94,6 +94,9 @@ std::wstring formatNumber(const Spec& spec, const char* length, T value)
 
 wchar_t koToUpper(wchar_t ch)
 {
+    // ASCII, nearly all names compared without case, skips the locale's tables.
+    if (ch >= L'a' && ch <= L'z') return static_cast<wchar_t>(ch - (L'a' - L'A'));
+    if (ch >= 0 && ch < 0x80) return ch;
     return static_cast<wchar_t>(towupper_l(static_cast<wint_t>(ch), caseLocale()));
 }
 
