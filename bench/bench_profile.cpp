@@ -37,7 +37,8 @@ void readAll(const std::vector<KoString>& keys, const KoString& file)
 {
     wchar_t buffer[2046];
     size_t found = 0;
-    for (const KoString& key : keys) found += koGetPrivateProfileString(L"MappingSetup1", key, L"", buffer, 2046, file) > 0;
+    for (const KoString& key : keys)
+        found += koGetPrivateProfileString(L"MappingSetup1", key, L"", buffer, 2046, file) > 0;
     if (found != keys.size()) std::fprintf(stderr, "only %zu of %zu keys read back\n", found, keys.size());
 }
 

@@ -120,6 +120,8 @@ private:
 struct Section {
     LineIt header;
     LineIt lastKey;  // new keys go after it; the header while there is none
+    LineIt recent;   // the key last found or added (see keyLine()); the header while there is none
+    bool duplicates = false;  // a key name is on more than one line
     NameIndex<LineIt> keys;
 };
 using SectionIt = std::list<Section>::iterator;
@@ -136,6 +138,10 @@ struct Document {
     std::list<Line> lines;
     std::list<Section> sections;  // file order
     NameIndex<SectionIt> index;
+    // Calls come in runs on one section: the one last found, and its folded
+    // name, are checked before the index.
+    Section* recentSection = nullptr;
+    std::string recentSectionName;
 };
 
 // Line text is handled as ASCII bytes or as decoded wide text (see
@@ -167,17 +173,19 @@ template <typename Ch>
 void fold(Text<Ch> name, std::string& out)
 {
     out.resize(name.size());  // one byte a character while they are ASCII
-    size_t n = 0;
+    char* p = out.data();     // written through a local pointer, which the writes cannot move
     for (Ch ch : name) {
         auto up = static_cast<uint32_t>(static_cast<std::make_unsigned_t<Ch>>(ch));
         if (up >= 0x80) up = static_cast<uint32_t>(koToUpper(static_cast<wchar_t>(ch)));
         else if (up >= 'a' && up <= 'z') up -= 'a' - 'A';
         if (up < 0x80) {
-            out[n++] = static_cast<char>(up);
+            *p++ = static_cast<char>(up);
             continue;
         }
+        const auto at = p - out.data();
         out.resize(out.size() + 4);
-        for (int shift = 28; shift >= 0; shift -= 7) out[n++] = static_cast<char>(0x80 | ((up >> shift) & 0x7F));
+        p = out.data() + at;
+        for (int shift = 28; shift >= 0; shift -= 7) *p++ = static_cast<char>(0x80 | ((up >> shift) & 0x7F));
     }
 }
 
@@ -224,12 +232,13 @@ bool isAscii(unsigned ch) { return ch < 0x80; }
 void appendEncoded(std::string& out, std::wstring_view text, Encoding encoding)
 {
     if (encoding == Encoding::Utf8) {
-        const auto ascii = std::find_if_not(text.begin(), text.end(), [](wchar_t ch) { return isAscii(ch); });
+        size_t ascii = 0;
+        while (ascii < text.size() && isAscii(text[ascii])) ++ascii;
         const size_t at = out.size();
-        out.resize(at + static_cast<size_t>(ascii - text.begin()));
-        std::transform(text.begin(), ascii, out.begin() + static_cast<std::ptrdiff_t>(at),
+        out.resize(at + ascii);
+        std::transform(text.data(), text.data() + ascii, out.data() + at,
                        [](wchar_t ch) { return static_cast<char>(ch); });
-        if (ascii != text.end()) out += KoString(text.substr(static_cast<size_t>(ascii - text.begin()))).toUtf8();
+        if (ascii < text.size()) out += KoString(text.substr(ascii)).toUtf8();
         return;
     }
     const auto put = [&](unsigned unit) {
@@ -329,6 +338,7 @@ FoldedName foldedName(Text<Ch> name)
     return {*buffer, static_cast<uint32_t>(std::hash<std::string>{}(*buffer))};
 }
 
+// Whether a section or key line has the name.
 bool hasName(const Line& line, Encoding encoding, const FoldedName& name)
 {
     static auto* buffer = new std::string;
@@ -348,11 +358,13 @@ typename NameIndex<Pos>::Slot* findNamed(NameIndex<Pos>& index, const Document& 
 // Counts one more key line or section of a name, which is indexed when it
 // is the first. Keys and sections are only ever added after those of the
 // same name, so the first in the index stays the first in file order.
+// Answers how many there are now.
 template <typename Pos>
-void addNamed(NameIndex<Pos>& index, const Document& doc, const FoldedName& name, Pos pos)
+unsigned addNamed(NameIndex<Pos>& index, const Document& doc, const FoldedName& name, Pos pos)
 {
-    if (auto* slot = findNamed(index, doc, name)) ++slot->count;
-    else index.insert(name.hash, pos);
+    if (auto* slot = findNamed(index, doc, name)) return ++slot->count;
+    index.insert(name.hash, pos);
+    return 1;
 }
 
 // Byte offset of a key line's value: past the "=" and the blanks after it,
@@ -370,7 +382,7 @@ size_t valueOffset(std::string_view raw, Encoding encoding)
 
 Section& addSection(Document& doc, LineIt header, const FoldedName& name)
 {
-    doc.sections.push_back({header, header, {}});
+    doc.sections.push_back({.header = header, .lastKey = header, .recent = header, .duplicates = false, .keys = {}});
     const SectionIt section = std::prev(doc.sections.end());
     addNamed(doc.index, doc, name, section);
     return *section;
@@ -378,8 +390,27 @@ Section& addSection(Document& doc, LineIt header, const FoldedName& name)
 
 void addKey(Document& doc, Section& section, LineIt line, const FoldedName& name)
 {
-    addNamed(section.keys, doc, name, line);
+    if (addNamed(section.keys, doc, name, line) > 1) section.duplicates = true;
     section.lastKey = line;
+}
+
+// The line of a key (the first with the name), or null. Keys are mostly
+// read and rewritten in file order, so the key after the one last found is
+// tried before the index, whose slots lie all over memory. In a section
+// that has a name twice that key need not be the first of its name, so
+// there the index always answers.
+Line* keyLine(Document& doc, Section& s, const FoldedName& name)
+{
+    const LineIt next = std::next(s.recent);
+    if (!s.duplicates && next != doc.lines.end() && next->kind == LineKind::Key
+        && hasName(*next, doc.encoding, name)) {
+        s.recent = next;
+        return &*next;
+    }
+    const auto* k = findNamed(s.keys, doc, name);
+    if (!k) return nullptr;
+    s.recent = k->pos;
+    return &*k->pos;
 }
 
 void appendParsedLine(Document& doc, Line line)
@@ -439,22 +470,6 @@ void parse(Document& doc, const std::string& bytes)
     }
 }
 
-std::string serialize(const Document& doc)
-{
-    const std::string lf = encode(L"\n", doc.encoding), crlf = encode(L"\r\n", doc.encoding);
-    size_t total = doc.bom.size();
-    for (const Line& line : doc.lines) total += line.raw.size() + crlf.size();
-    std::string out;
-    out.reserve(total);
-    out += doc.bom;
-    for (const Line& line : doc.lines) {
-        out += line.raw;
-        if (line.eol == Eol::Lf) out += lf;
-        else if (line.eol == Eol::CrLf) out += crlf;
-    }
-    return out;
-}
-
 LineIt insertLine(Document& doc, LineIt pos, std::string raw, LineKind kind)
 {
     // Only the last line of a file can lack its line end; it needs one now.
@@ -463,17 +478,24 @@ LineIt insertLine(Document& doc, LineIt pos, std::string raw, LineKind kind)
     return doc.lines.insert(pos, Line{std::move(raw), doc.style, kind});
 }
 
-NameIndex<SectionIt>::Slot* findSection(Document& doc, std::wstring_view name)
+// The section of a name (the first with it), or null. A section found in
+// the index stays the first of its name as long as it lives, as sections
+// are only ever added at the end.
+Section* findSection(Document& doc, std::wstring_view name)
 {
-    return findNamed(doc.index, doc, foldedName(trimmed(name)));
+    const FoldedName folded = foldedName(trimmed(name));
+    if (doc.recentSection && doc.recentSectionName == folded.text) return doc.recentSection;
+    const auto* found = findNamed(doc.index, doc, folded);
+    if (!found) return nullptr;
+    doc.recentSection = &*found->pos;
+    doc.recentSectionName = folded.text;
+    return doc.recentSection;
 }
 
 const Line* findKey(Document& doc, std::wstring_view section, std::wstring_view key)
 {
-    const auto* s = findSection(doc, section);
-    if (!s) return nullptr;
-    const auto* k = findNamed(s->pos->keys, doc, foldedName(trimmed(key)));
-    return k ? &*k->pos : nullptr;
+    Section* s = findSection(doc, section);
+    return s ? keyLine(doc, *s, foldedName(trimmed(key))) : nullptr;
 }
 
 // The line after a section's last line.
@@ -496,11 +518,11 @@ Section& appendSection(Document& doc, std::wstring_view name)
 bool setKey(Document& doc, std::wstring_view section, std::wstring_view key, std::wstring_view value)
 {
     const std::wstring_view name = trimmed(key);
-    auto* found = findSection(doc, section);
-    Section& s = found ? *found->pos : appendSection(doc, section);
+    Section* found = findSection(doc, section);
+    Section& s = found ? *found : appendSection(doc, section);
     const FoldedName folded = foldedName(name);
-    if (const auto* k = findNamed(s.keys, doc, folded)) {
-        Line& line = *k->pos;
+    if (Line* existing = keyLine(doc, s, folded)) {
+        Line& line = *existing;
         const size_t offset = valueOffset(line.raw, doc.encoding);
         const std::string encoded = encode(value, doc.encoding);
         if (std::string_view(line.raw).substr(offset) == encoded) return false;
@@ -514,14 +536,15 @@ bool setKey(Document& doc, std::wstring_view section, std::wstring_view key, std
     appendEncoded(text, value, doc.encoding);
     s.lastKey = insertLine(doc, std::next(s.lastKey), std::move(text), LineKind::Key);
     s.keys.insert(folded.hash, s.lastKey);
+    s.recent = s.lastKey;
     return true;
 }
 
 bool deleteKey(Document& doc, std::wstring_view section, std::wstring_view key)
 {
-    auto* found = findSection(doc, section);
+    Section* found = findSection(doc, section);
     if (!found) return false;
-    Section& s = *found->pos;
+    Section& s = *found;
     const FoldedName name = foldedName(trimmed(key));
     auto* k = findNamed(s.keys, doc, name);
     if (!k) return false;
@@ -537,6 +560,7 @@ bool deleteKey(Document& doc, std::wstring_view section, std::wstring_view key)
         do --before; while (before != s.header && before->kind != LineKind::Key);
         s.lastKey = before;
     }
+    if (line == s.recent) s.recent = s.header;
     doc.lines.erase(line);
     return true;
 }
@@ -553,6 +577,7 @@ bool deleteSection(Document& doc, std::wstring_view section)
     } else {
         doc.index.erase(*found);
     }
+    if (doc.recentSection == &*s) doc.recentSection = nullptr;
     doc.lines.erase(s->header, sectionEnd(doc, s));
     doc.sections.erase(s);
     return true;
@@ -564,11 +589,12 @@ bool deleteSection(Document& doc, std::wstring_view section)
 bool replaceSection(Document& doc, std::wstring_view section, const std::vector<std::wstring_view>& entries)
 {
     if (entries.empty()) return deleteSection(doc, section);
-    auto* found = findSection(doc, section);
-    Section& s = found ? *found->pos : appendSection(doc, section);
+    Section* found = findSection(doc, section);
+    Section& s = found ? *found : appendSection(doc, section);
     doc.lines.erase(std::next(s.header), std::next(s.lastKey));
     s.keys.clear();
-    s.lastKey = s.header;
+    s.lastKey = s.recent = s.header;
+    s.duplicates = false;
     LineIt cursor = s.header;
     for (std::wstring_view entry : entries) {
         const auto c = classify(entry);
@@ -655,10 +681,10 @@ void forEachSectionName(const Document& doc, Use use)
 template <typename Use>
 void forEachKeyName(Document& doc, std::wstring_view section, Use use)
 {
-    const auto* s = findSection(doc, section);
+    const Section* s = findSection(doc, section);
     if (!s) return;
-    const LineIt end = std::next(s->pos->lastKey);
-    for (LineIt it = s->pos->header; it != end; ++it) {
+    const LineIt end = std::next(s->lastKey);
+    for (LineIt it = s->header; it != end; ++it) {
         if (it->kind != LineKind::Key) continue;
         if (!withText(it->raw, doc.encoding, [&](auto text) { return use(classify(text).name); })) return;
     }
@@ -705,15 +731,16 @@ std::mutex& profileMutex()
     return mutex;
 }
 
-// The cache entry of a file name, or null for a name that cannot name a
-// file. Relative names are made absolute so that one file has one entry;
-// absolute names, which do not depend on the working folder, are also
-// remembered as given, which spares every later call the normalisation.
-// Absolute names are looked up as given, without a copy.
+// Lets absolute names be looked up as given, without a copy.
 struct WideNameHash {
     using is_transparent = void;
     size_t operator()(std::wstring_view name) const { return std::hash<std::wstring_view>{}(name); }
 };
+
+// The cache entry of a file name, or null for a name that cannot name a
+// file. Relative names are made absolute so that one file has one entry;
+// absolute names, which do not depend on the working folder, are also
+// remembered as given, which spares every later call the normalisation.
 
 KoProfileFile* cachedFile(const wchar_t* fileName)
 {
@@ -724,7 +751,7 @@ KoProfileFile* cachedFile(const wchar_t* fileName)
     if (!fileName || !*fileName) return nullptr;
     const bool absolute = fileName[0] == L'/';
     if (absolute) {
-        if (last.first && *last.first == fileName) return last.second;
+        if (last.first && std::wcscmp(last.first->c_str(), fileName) == 0) return last.second;
         const auto known = absoluteNames->find(std::wstring_view(fileName));
         if (known != absoluteNames->end()) {
             last = {&known->first, known->second};
@@ -784,6 +811,27 @@ bool writeAll(int fd, std::string_view bytes)
         if (n > 0) bytes.remove_prefix(static_cast<size_t>(n));
     }
     return true;
+}
+
+// Writes the parsed copy out a megabyte at a time: a copy of a big file in
+// memory would only add its size to what the process needs.
+bool writeDocument(int fd, const Document& doc)
+{
+    constexpr size_t kChunk = 1 << 20;
+    const std::string lf = encode(L"\n", doc.encoding), crlf = encode(L"\r\n", doc.encoding);
+    std::string out;
+    out.reserve(kChunk + 4096);
+    out += doc.bom;
+    for (const Line& line : doc.lines) {
+        out += line.raw;
+        if (line.eol == Eol::Lf) out += lf;
+        else if (line.eol == Eol::CrLf) out += crlf;
+        if (out.size() >= kChunk) {
+            if (!writeAll(fd, out)) return false;
+            out.clear();
+        }
+    }
+    return writeAll(fd, out);
 }
 
 void load(KoProfileFile& file)
@@ -881,7 +929,7 @@ bool flush(KoProfileFile& file)
     if (fd < 0) return false;
     struct stat st;
     const bool ok = (!file.exists || fchmod(fd, file.stamp.st_mode & 07777) == 0)
-                 && writeAll(fd, serialize(file.doc)) && fsync(fd) == 0 && fstat(fd, &st) == 0
+                 && writeDocument(fd, file.doc) && fsync(fd) == 0 && fstat(fd, &st) == 0
                  && rename(temp.c_str(), target.c_str()) == 0;
     if (!ok) {
         unlink(temp.c_str());
@@ -979,11 +1027,15 @@ unsigned koGetPrivateProfileInt(const wchar_t* section, const wchar_t* key, int 
 bool koWritePrivateProfileString(const wchar_t* section, const wchar_t* key, const wchar_t* value,
                                  const wchar_t* fileName)
 {
-    if (!section || !isOneLine(section)) return false;
-    if (!key) return modify(fileName, [&](Document& doc) { return deleteSection(doc, section); });
+    if (!section) return false;
+    const std::wstring_view sectionName = section;
+    if (!isOneLine(sectionName)) return false;
+    if (!key) return modify(fileName, [&](Document& doc) { return deleteSection(doc, sectionName); });
     if (!kora::detail::profileCanStore(key, value)) return false;
-    if (!value) return modify(fileName, [&](Document& doc) { return deleteKey(doc, section, key); });
-    return modify(fileName, [&](Document& doc) { return setKey(doc, section, key, value); });
+    const std::wstring_view keyName = key;
+    if (!value) return modify(fileName, [&](Document& doc) { return deleteKey(doc, sectionName, keyName); });
+    const std::wstring_view text = value;
+    return modify(fileName, [&](Document& doc) { return setKey(doc, sectionName, keyName, text); });
 }
 
 bool koWritePrivateProfileSection(const wchar_t* section, const wchar_t* content, const wchar_t* fileName)

@@ -384,7 +384,8 @@ TEST_F(Profile, ManyKeysSetAndDeletedInAnyOrderReadBackLikeAMap)
         int wrong = 0;
         for (int n = 0; n < 3000; ++n) {
             const auto it = model.find(n);
-            wrong += read(L"s", (L"Key" + std::to_wstring(n)).c_str(), f, L"-") != (it == model.end() ? L"-" : it->second);
+            const std::wstring expected = it == model.end() ? L"-" : it->second;
+            wrong += read(L"s", (L"Key" + std::to_wstring(n)).c_str(), f, L"-") != expected;
         }
         EXPECT_EQ(wrong, 0);
         unsigned count = 0;
