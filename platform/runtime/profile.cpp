@@ -819,9 +819,7 @@ bool writeDocument(int fd, const Document& doc)
 {
     constexpr size_t kChunk = 1 << 20;
     const std::string lf = encode(L"\n", doc.encoding), crlf = encode(L"\r\n", doc.encoding);
-    std::string out;
-    out.reserve(kChunk + 4096);
-    out += doc.bom;
+    std::string out = doc.bom;
     for (const Line& line : doc.lines) {
         out += line.raw;
         if (line.eol == Eol::Lf) out += lf;
