@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -33,7 +35,29 @@ constexpr TableKeys kTables[] = {
     {L"ColorCount", L"DGNColor", L"DWGColor", &DgnMappingSetup::colorMap, &DgnMappingSetup::colorCount},
 };
 
-std::wstring indexedKey(const wchar_t* prefix, int index) { return prefix + std::to_wstring(index); }
+// "<prefix><index>", built in place: a store of millions of pairs names
+// every key this way, so it must not allocate.
+class IndexedKey {
+public:
+    const wchar_t* operator()(const wchar_t* prefix, int index)
+    {
+        wchar_t digits[12];
+        int n = 0;
+        do digits[n++] = static_cast<wchar_t>(L'0' + index % 10);
+        while ((index /= 10) > 0);
+        size_t length = 0;
+        while (prefix[length] && length < std::size(m_key) - std::size(digits)) {
+            m_key[length] = prefix[length];
+            ++length;
+        }
+        while (n > 0) m_key[length++] = digits[--n];
+        m_key[length] = 0;
+        return m_key;
+    }
+
+private:
+    wchar_t m_key[48];
+};
 
 KoString readText(const KoString& section, const wchar_t* key, wchar_t* buffer)
 {
@@ -54,17 +78,28 @@ std::vector<KoString> splitList(const wchar_t* list)
     return names;
 }
 
-// A section's key names, however many there are.
-std::vector<KoString> allKeyNames(const KoString& section)
+// A section's key names, however many there are. The first buffer is
+// sized for the keys the counts promise, so a large setup is listed once.
+std::vector<KoString> allKeyNames(const KoString& section, size_t expectedKeys)
 {
-    std::vector<wchar_t> buffer(16384);
+    size_t size = std::clamp<size_t>(expectedKeys * 16 + 1024, 16384, size_t{1} << 24);
     for (;;) {
-        const unsigned size = static_cast<unsigned>(buffer.size());
+        // Not zero-filled: the platform writes the list and its terminators.
+        const auto buffer = std::make_unique_for_overwrite<wchar_t[]>(size);
+        const unsigned capacity = static_cast<unsigned>(std::min<size_t>(size, UINT32_MAX));
         // A list that does not fit answers size - 2.
-        if (koGetPrivateProfileString(section, nullptr, L"", buffer.data(), size, dgnSetupFilePath()) + 2 < size)
-            return splitList(buffer.data());
-        buffer.resize(buffer.size() * 4);
+        if (koGetPrivateProfileString(section, nullptr, L"", buffer.get(), capacity, dgnSetupFilePath()) + 2 < capacity)
+            return splitList(buffer.get());
+        size *= 4;
     }
+}
+
+// Key prefixes are ASCII upper and lower case letters: ASCII is folded
+// here, anything else as the file folds names.
+wchar_t foldAscii(wchar_t ch)
+{
+    if (ch >= 0x80) return koToUpper(ch);
+    return ch >= L'a' && ch <= L'z' ? static_cast<wchar_t>(ch - 32) : ch;
 }
 
 // The index of a key "<prefix><decimal>", with the prefix compared as the
@@ -74,7 +109,7 @@ int keyIndex(std::wstring_view key, std::wstring_view prefix)
 {
     if (key.size() <= prefix.size()) return -1;
     for (size_t i = 0; i < prefix.size(); ++i) {
-        if (koToUpper(key[i]) != koToUpper(prefix[i])) return -1;
+        if (foldAscii(key[i]) != foldAscii(prefix[i])) return -1;
     }
     const std::wstring_view digits = key.substr(prefix.size());
     if (digits.size() > 9 || (digits.size() > 1 && digits.front() == L'0')) return -1;
@@ -93,8 +128,11 @@ std::array<int, std::size(kTables)> indexesPresent(const std::vector<KoString>& 
 {
     std::array<int, std::size(kTables)> ends{};
     for (const KoString& key : keys) {
+        // Only a key that ends in a digit can carry an index.
+        const std::wstring_view name = key.view();
+        if (name.empty() || name.back() < L'0' || name.back() > L'9') continue;
         for (size_t t = 0; t < ends.size(); ++t) {
-            const int index = std::max(keyIndex(key.view(), kTables[t].dgnPrefix), keyIndex(key.view(), kTables[t].dwgPrefix));
+            const int index = std::max(keyIndex(name, kTables[t].dgnPrefix), keyIndex(name, kTables[t].dwgPrefix));
             ends[t] = std::max(ends[t], index + 1);
         }
     }
@@ -112,9 +150,10 @@ void readTable(DgnMappingSetup& setup, const TableKeys& table, int indexEnd, wch
     const wchar_t* targetPrefix = import ? table.dwgPrefix : table.dgnPrefix;
     DgnMappingTable& map = setup.*table.table;
     const int present = std::min(count, indexEnd);
+    IndexedKey key;
     for (int i = 0; i < present; ++i) {
-        KoString source = readText(setup.section, indexedKey(sourcePrefix, i).c_str(), buffer);
-        map.emplace(std::move(source), readText(setup.section, indexedKey(targetPrefix, i).c_str(), buffer));
+        KoString source = readText(setup.section, key(sourcePrefix, i), buffer);
+        map.emplace(std::move(source), readText(setup.section, key(targetPrefix, i), buffer));
     }
     if (count > present) map.emplace(KoString(), KoString());
 }
@@ -131,7 +170,9 @@ bool readSetup(const KoString& section, DgnMappingSetup& setup, wchar_t* buffer)
     const bool anyPairs = std::any_of(std::begin(kTables), std::end(kTables),
                                       [&](const TableKeys& t) { return setup.*t.count > 0; });
     if (!anyPairs) return true;
-    const auto indexEnds = indexesPresent(allKeyNames(section));
+    size_t expectedKeys = 0;
+    for (const TableKeys& table : kTables) expectedKeys += 2 * static_cast<size_t>(std::clamp(setup.*table.count, 0, 1 << 20));
+    const auto indexEnds = indexesPresent(allKeyNames(section, expectedKeys));
     for (size_t t = 0; t < std::size(kTables); ++t) readTable(setup, kTables[t], indexEnds[t], buffer);
     return true;
 }
@@ -139,19 +180,21 @@ bool readSetup(const KoString& section, DgnMappingSetup& setup, wchar_t* buffer)
 // The file keeps one line per value: line breaks (which only a dialog can
 // put into a name or description) are stored as blanks rather than losing
 // the whole value.
-KoString oneLine(const KoString& text)
+const wchar_t* oneLine(const KoString& text, KoString& scratch)
 {
-    if (text.findOneOf(L"\r\n") < 0) return text;
-    KoString line = text;
-    line.replace(L"\r\n", L" ");
-    line.replace(L'\r', L' ');
-    line.replace(L'\n', L' ');
-    return line;
+    const std::wstring_view view = text.view();
+    if (std::none_of(view.begin(), view.end(), [](wchar_t ch) { return ch == L'\r' || ch == L'\n'; })) return text.c_str();
+    scratch = text;
+    scratch.replace(L"\r\n", L" ");
+    scratch.replace(L'\r', L' ');
+    scratch.replace(L'\n', L' ');
+    return scratch.c_str();
 }
 
 void writeText(const KoString& section, const wchar_t* key, const KoString& value)
 {
-    koWritePrivateProfileString(section, key, oneLine(value), dgnSetupFilePath());
+    KoString scratch;
+    koWritePrivateProfileString(section, key, oneLine(value, scratch), dgnSetupFilePath());
 }
 
 void writeSetup(const KoString& section, const DgnMappingSetup& setup)
@@ -166,9 +209,10 @@ void writeSetup(const KoString& section, const DgnMappingSetup& setup)
         const wchar_t* sourcePrefix = import ? table.dgnPrefix : table.dwgPrefix;
         const wchar_t* targetPrefix = import ? table.dwgPrefix : table.dgnPrefix;
         int i = 0;
+        IndexedKey key;
         for (const auto& [source, target] : setup.*table.table) {
-            writeText(section, indexedKey(sourcePrefix, i).c_str(), source);
-            writeText(section, indexedKey(targetPrefix, i).c_str(), target);
+            writeText(section, key(sourcePrefix, i), source);
+            writeText(section, key(targetPrefix, i), target);
             ++i;
         }
     }
