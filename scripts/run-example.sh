@@ -5,5 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 cmake -S . -B build -G Ninja -DKORA_WERROR=ON
-cmake --build build -j "$(nproc)" --target kora_shell DgnCommands DgnCommandsRes
-KORA_USER_ROOT="$PWD/build/example-home" ./build/bin/kora --script examples/hello.scr
+cmake --build build -j "$(nproc)" --target kora_shell DgnCommands DgnCommandsRes kora_seeds dgninfo
+# The example saves its drawing (example.dxf) in the folder it runs in.
+cd build
+KORA_USER_ROOT="$PWD/example-home" ./bin/kora --script ../examples/hello.scr

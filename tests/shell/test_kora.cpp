@@ -16,9 +16,12 @@ struct KoraRun {
     std::string output;
 };
 
+// Runs kora in a scratch folder of the test's own per-user tree.
 KoraRun kora(const std::string& arguments, const std::string& input = "", const std::string& environment = "")
 {
-    const std::string command = "cd " KORA_SOURCE_DIR " && printf '" + input + "' | " + environment + " " KORA_BIN_DIR "/kora " + arguments + " 2>&1";
+    const std::filesystem::path folder = std::filesystem::path(std::getenv("KORA_USER_ROOT")) / "cwd";
+    std::filesystem::create_directories(folder);
+    const std::string command = "cd " + folder.string() + " && printf '" + input + "' | " + environment + " " KORA_BIN_DIR "/kora " + arguments + " 2>&1";
     KoraRun run{-1, {}};
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return run;
@@ -36,8 +39,10 @@ bool contains(const std::string& text, const std::string& part) { return text.fi
 
 TEST(KoraExecutable, RunsTheExampleScriptWithTheModuleLoaded)
 {
-    const KoraRun run = kora("--script examples/hello.scr");
+    const KoraRun run = kora("--script " KORA_SOURCE_DIR "/examples/hello.scr");
     EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_TRUE(contains(run.output, "6 entities.")) << run.output;
+    EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(std::getenv("KORA_USER_ROOT")) / "cwd" / "example.dxf"));
     EXPECT_TRUE(contains(run.output, "KRX_DGN:")) << run.output;
     EXPECT_TRUE(contains(run.output, "  -DGNATTACH")) << run.output;
     EXPECT_TRUE(contains(run.output, "FILEDIA = 0")) << run.output;
