@@ -30,48 +30,134 @@ enum class Encoding : unsigned char { Utf8, Utf16LE, Utf16BE };
 enum class Eol : unsigned char { None, Lf, CrLf };
 enum class LineKind : unsigned char { Other, Section, Key };
 
+// Lines are numbered by their place in the document's record vector, which
+// never moves one; kNoLine stands for no line (the end of the file).
+using LineId = uint32_t;
+constexpr LineId kNoLine = UINT32_MAX;
+
 struct Line {
-    std::string raw;  // the line's bytes in the file's encoding, without its end
+    char* text = nullptr;  // the line's bytes in the file's encoding, without its end (in the TextStore)
+    uint32_t size = 0;
+    LineId prev = kNoLine;
+    LineId next = kNoLine;
     Eol eol = Eol::None;
     LineKind kind = LineKind::Other;
+
+    std::string_view raw() const { return {text, size}; }
 };
-using LineIt = std::list<Line>::iterator;
+
+// Line records in blocks of a fixed count: a record never moves, and a
+// file that grows to millions of lines never has its records copied.
+class LineRecords {
+public:
+    Line& operator[](LineId id) { return m_blocks[id >> kShift][id & kMask]; }
+    const Line& operator[](LineId id) const { return m_blocks[id >> kShift][id & kMask]; }
+    LineId size() const { return m_size; }
+
+    // A new record at the end.
+    LineId add()
+    {
+        if ((m_size & kMask) == 0) m_blocks.push_back(std::make_unique_for_overwrite<Line[]>(kMask + 1));
+        return m_size++;
+    }
+
+private:
+    static constexpr unsigned kShift = 14;
+    static constexpr LineId kMask = (LineId{1} << kShift) - 1;
+    std::vector<std::unique_ptr<Line[]>> m_blocks;
+    LineId m_size = 0;
+};
+
+// The bytes of all lines of a document. A parsed file's lines point into
+// the bytes read from disk, and new text goes into large blocks, so neither
+// parsing nor writing a key allocates memory per line. Text that a rewrite
+// or a deletion gives up is only counted; once it outweighs the live text
+// the document copies its lines into a fresh store (see compactText()).
+class TextStore {
+public:
+    // Keeps the bytes of a file; answers where they now are.
+    char* adopt(std::string bytes)
+    {
+        m_file = std::make_unique<std::string>(std::move(bytes));
+        m_live += m_file->size();
+        return m_file->data();
+    }
+
+    // Room for n bytes, which the caller fills.
+    char* allocate(size_t n)
+    {
+        m_live += n;
+        if (m_blocks.empty() || m_blocks.back().capacity - m_blocks.back().used < n) {
+            // Blocks grow with the text, so a small file costs a small block.
+            const size_t capacity = std::max(n, std::clamp(m_live, kMinBlock, kMaxBlock));
+            m_blocks.push_back({std::make_unique_for_overwrite<char[]>(capacity), capacity, 0});
+        }
+        Block& block = m_blocks.back();
+        char* at = block.data.get() + block.used;
+        block.used += n;
+        return at;
+    }
+
+    void release(size_t n)
+    {
+        m_live -= n;
+        m_dead += n;
+    }
+
+    bool wasteful() const { return m_dead > kMaxBlock && m_dead > m_live; }
+
+private:
+    static constexpr size_t kMinBlock = 4096;
+    static constexpr size_t kMaxBlock = size_t{4} << 20;
+
+    struct Block {
+        std::unique_ptr<char[]> data;
+        size_t capacity = 0;
+        size_t used = 0;
+    };
+
+    std::unique_ptr<std::string> m_file;  // on the heap: lines point into it wherever the store moves
+    std::vector<Block> m_blocks;
+    size_t m_live = 0;  // bytes of the lines, and of the line ends of the file
+    size_t m_dead = 0;  // bytes given up
+};
 
 // Positions of names: an open-addressing table (linear probing) of slots
-// that hold a position, the hash of the name's folded form (see fold())
-// and how many lines or sections have the name. Only the first of them is
-// held, the one that counts; duplicates are rare, and found by a scan when
-// the first one goes. Names are not stored: a slot whose hash matches is
-// confirmed against the line itself. A look-up so touches one slot, and
+// that hold a position and the hash of the name's folded form (see
+// fold()). Only the first line or section of a name is held, the one that
+// counts; duplicates are rare, and found by a scan when the first one
+// goes. Names are not stored: a slot whose hash matches is confirmed
+// against the line itself. Beside the slots, one byte per slot tells
+// whether it is used and, if so, seven more bits of its hash: probing
+// reads those bytes, a table an eighth the size of the slots that stays in
+// the cache, and reaches a slot only on a likely match. A look-up of a new
+// name, which every key a save adds is, so rarely waits for memory, and
 // adding a name allocates nothing but the table's occasional growth.
 template <typename Pos>
 class NameIndex {
 public:
     struct Slot {
         Pos pos;
-        uint32_t hash = 0;
-        uint32_t count = 0;  // 0 marks an empty slot
+        uint32_t hash;
     };
 
     // The slot of the name with this hash whose position `is` confirms.
     template <typename Is>
     Slot* find(uint32_t hash, Is is)
     {
-        if (m_slots.empty()) return nullptr;
-        for (size_t i = hash & mask();; i = (i + 1) & mask()) {
-            Slot& slot = m_slots[i];
-            if (slot.count == 0) return nullptr;
-            if (slot.hash == hash && is(slot.pos)) return &slot;
+        if (m_capacity == 0) return nullptr;
+        const uint8_t tag = tagOf(hash);
+        for (size_t i = hash & mask(); m_tags[i] != kEmpty; i = (i + 1) & mask()) {
+            if (m_tags[i] == tag && m_slots[i].hash == hash && is(m_slots[i].pos)) return &m_slots[i];
         }
+        return nullptr;
     }
 
     // Adds a name that is not in the index.
     void insert(uint32_t hash, Pos pos)
     {
-        if ((m_size + 1) * 2 > m_slots.size()) grow();
-        size_t i = hash & mask();
-        while (m_slots[i].count != 0) i = (i + 1) & mask();
-        m_slots[i] = {pos, hash, 1};
+        if ((m_size + 1) * 2 > m_capacity) grow();
+        place({pos, hash});
         ++m_size;
     }
 
@@ -79,69 +165,85 @@ public:
     // no longer be reached from their home slot.
     void erase(Slot& slot)
     {
-        size_t hole = static_cast<size_t>(&slot - m_slots.data());
-        for (size_t i = (hole + 1) & mask(); m_slots[i].count != 0; i = (i + 1) & mask()) {
+        size_t hole = static_cast<size_t>(&slot - m_slots.get());
+        for (size_t i = (hole + 1) & mask(); m_tags[i] != kEmpty; i = (i + 1) & mask()) {
             const size_t home = m_slots[i].hash & mask();
             // The slot may move to the hole unless its home lies after the hole, up to the slot itself.
             const bool homeBetween = hole < i ? hole < home && home <= i : hole < home || home <= i;
             if (homeBetween) continue;
             m_slots[hole] = m_slots[i];
+            m_tags[hole] = m_tags[i];
             hole = i;
         }
-        m_slots[hole] = Slot{};
+        m_tags[hole] = kEmpty;
         --m_size;
     }
 
-    void clear()
-    {
-        m_slots.clear();
-        m_size = 0;
-    }
+    void clear() { *this = NameIndex{}; }
 
 private:
-    size_t mask() const { return m_slots.size() - 1; }
+    static constexpr uint8_t kEmpty = 0;
+
+    static uint8_t tagOf(uint32_t hash) { return static_cast<uint8_t>(0x80 | (hash >> 25)); }
+    size_t mask() const { return m_capacity - 1; }
+
+    void place(const Slot& slot)
+    {
+        size_t i = slot.hash & mask();
+        while (m_tags[i] != kEmpty) i = (i + 1) & mask();
+        m_tags[i] = tagOf(slot.hash);
+        m_slots[i] = slot;
+    }
 
     void grow()
     {
-        std::vector<Slot> old(std::max<size_t>(16, m_slots.size() * 2));
-        old.swap(m_slots);
-        for (const Slot& slot : old) {
-            if (slot.count == 0) continue;
-            size_t i = slot.hash & mask();
-            while (m_slots[i].count != 0) i = (i + 1) & mask();
-            m_slots[i] = slot;
+        const size_t oldCapacity = m_capacity;
+        const auto oldTags = std::move(m_tags);
+        const auto oldSlots = std::move(m_slots);
+        m_capacity = std::max<size_t>(16, oldCapacity * 2);
+        m_tags = std::make_unique<uint8_t[]>(m_capacity);  // zeroed: all empty
+        m_slots = std::make_unique_for_overwrite<Slot[]>(m_capacity);
+        for (size_t i = 0; i < oldCapacity; ++i) {
+            if (oldTags[i] != kEmpty) place(oldSlots[i]);
         }
     }
 
-    std::vector<Slot> m_slots;  // a power of two of them, at most half used
+    std::unique_ptr<uint8_t[]> m_tags;  // kEmpty, or the tag of the slot's hash
+    std::unique_ptr<Slot[]> m_slots;    // valid where the tag is not kEmpty
+    size_t m_capacity = 0;  // a power of two, at most half used
     size_t m_size = 0;
 };
 
 struct Section {
-    LineIt header;
-    LineIt lastKey;  // new keys go after it; the header while there is none
-    LineIt recent;   // the key last found or added (see keyLine()); the header while there is none
-    bool duplicates = false;  // a key name is on more than one line
-    NameIndex<LineIt> keys;
+    LineId header;
+    LineId lastKey;  // new keys go after it; the header while there is none
+    LineId recent;   // the key last found or added (see keyLine()); the header while there is none
+    bool duplicates = false;  // a key name is, or was, on more than one line
+    NameIndex<LineId> keys;
 };
 using SectionIt = std::list<Section>::iterator;
 
 // A parsed file. Lines keep their original bytes, so every line a write
 // does not touch goes back to disk exactly as it was read, encoding errors
-// included. Lines live in a list and sections and keys are indexed by their
-// folded names, so finding, appending and deleting cost O(1) however many
-// keys a batch writes.
+// included. Lines are records linked in file order and sections and keys
+// are indexed by their folded names, so finding, appending and deleting
+// cost O(1) however many keys a batch writes.
 struct Document {
     Encoding encoding = Encoding::Utf8;
     std::string bom;
     Eol style = Eol::Lf;  // the line end of new lines: the file's first one
-    std::list<Line> lines;
+    LineRecords lines;
+    LineId first = kNoLine;
+    LineId last = kNoLine;
+    LineId freeLines = kNoLine;  // records of deleted lines, linked through `next`, for reuse
+    TextStore text;
     std::list<Section> sections;  // file order
-    NameIndex<SectionIt> index;
-    // Calls come in runs on one section: the one last found, and its folded
-    // name, are checked before the index.
+    bool duplicateSections = false;  // a section name is, or was, on more than one section
+    NameIndex<Section*> index;
+    // Calls come in runs on one section: the one last found is checked
+    // first, by the name it was asked for as given, which spares folding.
     Section* recentSection = nullptr;
-    std::string recentSectionName;
+    std::wstring recentSectionName;
 };
 
 // Line text is handled as ASCII bytes or as decoded wide text (see
@@ -168,25 +270,37 @@ Text<Ch> trimmed(Text<Ch> text)
 // two names share a form only when they match without regard to case, and
 // ASCII names, which are nearly all names, fit a string without allocating.
 // ASCII is upper-cased here: the locale's mapping gives the same and costs
-// far more, per character, than the rest of a look-up.
+// far more, per character, than the rest of a look-up. Answers the hash of
+// the form, taken on the way (FNV-1a, its bits then mixed so that both the
+// low ones, which place a name in an index, and the high ones spread).
 template <typename Ch>
-void fold(Text<Ch> name, std::string& out)
+uint32_t fold(Text<Ch> name, std::string& out)
 {
     out.resize(name.size());  // one byte a character while they are ASCII
     char* p = out.data();     // written through a local pointer, which the writes cannot move
+    uint32_t hash = 2166136261u;
+    const auto put = [&](uint32_t byte) {
+        *p++ = static_cast<char>(byte);
+        hash = (hash ^ byte) * 16777619u;
+    };
     for (Ch ch : name) {
         auto up = static_cast<uint32_t>(static_cast<std::make_unsigned_t<Ch>>(ch));
         if (up >= 0x80) up = static_cast<uint32_t>(koToUpper(static_cast<wchar_t>(ch)));
         else if (up >= 'a' && up <= 'z') up -= 'a' - 'A';
         if (up < 0x80) {
-            *p++ = static_cast<char>(up);
+            put(up);
             continue;
         }
         const auto at = p - out.data();
         out.resize(out.size() + 4);
         p = out.data() + at;
-        for (int shift = 28; shift >= 0; shift -= 7) *p++ = static_cast<char>(0x80 | ((up >> shift) & 0x7F));
+        for (int shift = 28; shift >= 0; shift -= 7) put(0x80 | ((up >> shift) & 0x7F));
     }
+    hash ^= hash >> 16;
+    hash *= 0x85EBCA6Bu;
+    hash ^= hash >> 13;
+    hash *= 0xC2B2AE35u;
+    return hash ^ (hash >> 16);
 }
 
 size_t unitSize(Encoding encoding) { return encoding == Encoding::Utf8 ? 1 : 2; }
@@ -227,18 +341,30 @@ std::wstring decode(std::string_view raw, Encoding encoding)
 
 bool isAscii(unsigned ch) { return ch < 0x80; }
 
-// Appends text in the file's encoding. ASCII, which nearly all text in
-// these files is, is copied as it stands into a UTF-8 file.
+// Copies text to p, one byte a character, and answers whether it was all
+// ASCII, in which case the copy is its UTF-8. Nearly all text in these
+// files is, so text is copied at once and only made UTF-8 again when a
+// character was not ASCII.
+bool copyAscii(std::wstring_view text, char*& p)
+{
+    unsigned bits = 0;
+    for (wchar_t ch : text) {
+        bits |= static_cast<unsigned>(ch);
+        *p++ = static_cast<char>(ch);
+    }
+    return isAscii(bits);
+}
+
+// Appends text in the file's encoding.
 void appendEncoded(std::string& out, std::wstring_view text, Encoding encoding)
 {
     if (encoding == Encoding::Utf8) {
-        size_t ascii = 0;
-        while (ascii < text.size() && isAscii(text[ascii])) ++ascii;
         const size_t at = out.size();
-        out.resize(at + ascii);
-        std::transform(text.data(), text.data() + ascii, out.data() + at,
-                       [](wchar_t ch) { return static_cast<char>(ch); });
-        if (ascii < text.size()) out += KoString(text.substr(ascii)).toUtf8();
+        out.resize(at + text.size());
+        char* p = out.data() + at;
+        if (copyAscii(text, p)) return;
+        out.resize(at);
+        out += KoString(text).toUtf8();
         return;
     }
     const auto put = [&](unsigned unit) {
@@ -257,6 +383,26 @@ void appendEncoded(std::string& out, std::wstring_view text, Encoding encoding)
             put(cp);
         }
     }
+}
+
+// Writes a key line, "name=value", in the file's encoding into `out`, in
+// one step when the file is UTF-8 and the text ASCII, as a store's keys
+// all are. Answers where the value starts.
+size_t encodeKeyLine(std::string& out, std::wstring_view name, std::wstring_view value, Encoding encoding)
+{
+    if (encoding == Encoding::Utf8) {
+        out.resize(name.size() + 1 + value.size());
+        char* p = out.data();
+        const bool asciiName = copyAscii(name, p);
+        *p++ = '=';
+        if (copyAscii(value, p) && asciiName) return name.size() + 1;
+    }
+    out.clear();
+    appendEncoded(out, name, encoding);
+    appendEncoded(out, L"=", encoding);
+    const size_t valueStart = out.size();
+    appendEncoded(out, value, encoding);
+    return valueStart;
 }
 
 std::string encode(std::wstring_view text, Encoding encoding)
@@ -319,7 +465,7 @@ Text<Ch> valueOf(Text<Ch> text, bool stripQuotes)
 // The folded name of a section or key line.
 void foldLineName(const Line& line, Encoding encoding, std::string& out)
 {
-    withText(line.raw, encoding, [&](auto text) { fold(classify(text).name, out); });
+    withText(line.raw(), encoding, [&](auto text) { fold(classify(text).name, out); });
 }
 
 // A name sought or added: its folded form, in the one buffer all look-ups
@@ -334,37 +480,36 @@ template <typename Ch>
 FoldedName foldedName(Text<Ch> name)
 {
     static auto* buffer = new std::string;
-    fold(name, *buffer);
-    return {*buffer, static_cast<uint32_t>(std::hash<std::string>{}(*buffer))};
+    const uint32_t hash = fold(name, *buffer);
+    return {*buffer, hash};
 }
 
 // Whether a section or key line has the name.
-bool hasName(const Line& line, Encoding encoding, const FoldedName& name)
+bool hasName(const Line& line, Encoding encoding, const std::string& name)
 {
     static auto* buffer = new std::string;
     foldLineName(line, encoding, *buffer);
-    return *buffer == name.text;
+    return *buffer == name;
 }
 
-const Line& lineOf(LineIt line) { return *line; }
-const Line& lineOf(SectionIt section) { return *section->header; }
+const Line& lineOf(const Document& doc, LineId line) { return doc.lines[line]; }
+const Line& lineOf(const Document& doc, const Section* section) { return doc.lines[section->header]; }
 
-template <typename Pos>
-typename NameIndex<Pos>::Slot* findNamed(NameIndex<Pos>& index, const Document& doc, const FoldedName& name)
+template <typename Index>
+auto* findNamed(Index& index, const Document& doc, const FoldedName& name)
 {
-    return index.find(name.hash, [&](Pos pos) { return hasName(lineOf(pos), doc.encoding, name); });
+    return index.find(name.hash, [&](auto pos) { return hasName(lineOf(doc, pos), doc.encoding, name.text); });
 }
 
-// Counts one more key line or section of a name, which is indexed when it
-// is the first. Keys and sections are only ever added after those of the
-// same name, so the first in the index stays the first in file order.
-// Answers how many there are now.
-template <typename Pos>
-unsigned addNamed(NameIndex<Pos>& index, const Document& doc, const FoldedName& name, Pos pos)
+// Indexes a key line or section when it is the first of its name; answers
+// false for a duplicate. Keys and sections are only ever added after those
+// of the same name, so the first in the index stays the first in file order.
+template <typename Index, typename Pos>
+bool addNamed(Index& index, const Document& doc, const FoldedName& name, Pos pos)
 {
-    if (auto* slot = findNamed(index, doc, name)) return ++slot->count;
+    if (findNamed(index, doc, name)) return false;
     index.insert(name.hash, pos);
-    return 1;
+    return true;
 }
 
 // Byte offset of a key line's value: past the "=" and the blanks after it,
@@ -380,55 +525,113 @@ size_t valueOffset(std::string_view raw, Encoding encoding)
     return std::min(i, raw.size());
 }
 
-Section& addSection(Document& doc, LineIt header, const FoldedName& name)
+Section& addSection(Document& doc, LineId header, const FoldedName& name)
 {
-    doc.sections.push_back({.header = header, .lastKey = header, .recent = header, .duplicates = false, .keys = {}});
-    const SectionIt section = std::prev(doc.sections.end());
-    addNamed(doc.index, doc, name, section);
-    return *section;
+    Section& section = doc.sections.emplace_back(
+        Section{.header = header, .lastKey = header, .recent = header, .duplicates = false, .keys = {}});
+    if (!addNamed(doc.index, doc, name, &section)) doc.duplicateSections = true;
+    return section;
 }
 
-void addKey(Document& doc, Section& section, LineIt line, const FoldedName& name)
+void addKey(Document& doc, Section& section, LineId line, const FoldedName& name)
 {
-    if (addNamed(section.keys, doc, name, line) > 1) section.duplicates = true;
+    if (!addNamed(section.keys, doc, name, line)) section.duplicates = true;
     section.lastKey = line;
 }
 
-// The line of a key (the first with the name), or null. Keys are mostly
+// The line of a key (the first with the name), or kNoLine. Keys are mostly
 // read and rewritten in file order, so the key after the one last found is
 // tried before the index, whose slots lie all over memory. In a section
 // that has a name twice that key need not be the first of its name, so
 // there the index always answers.
-Line* keyLine(Document& doc, Section& s, const FoldedName& name)
+LineId keyLine(Document& doc, Section& s, const FoldedName& name)
 {
-    const LineIt next = std::next(s.recent);
-    if (!s.duplicates && next != doc.lines.end() && next->kind == LineKind::Key
-        && hasName(*next, doc.encoding, name)) {
-        s.recent = next;
-        return &*next;
-    }
+    const LineId next = doc.lines[s.recent].next;
+    if (!s.duplicates && next != kNoLine && doc.lines[next].kind == LineKind::Key
+        && hasName(doc.lines[next], doc.encoding, name.text))
+        return s.recent = next;
     const auto* k = findNamed(s.keys, doc, name);
-    if (!k) return nullptr;
-    s.recent = k->pos;
-    return &*k->pos;
+    if (!k) return kNoLine;
+    return s.recent = k->pos;
 }
 
-void appendParsedLine(Document& doc, Line line)
+// A record for a line of `size` bytes whose text the caller fills, not yet
+// linked into the file.
+LineId newLine(Document& doc, size_t size, Eol eol, LineKind kind)
 {
-    doc.lines.push_back(std::move(line));
-    const LineIt it = std::prev(doc.lines.end());
-    withText(it->raw, doc.encoding, [&](auto text) {
+    LineId id = doc.freeLines;
+    if (id != kNoLine) {
+        doc.freeLines = doc.lines[id].next;
+    } else {
+        id = doc.lines.add();
+    }
+    doc.lines[id] = {.text = doc.text.allocate(size), .size = static_cast<uint32_t>(size), .prev = kNoLine,
+                     .next = kNoLine, .eol = eol, .kind = kind};
+    return id;
+}
+
+// Links a line in after another, or first when `after` is kNoLine.
+void link(Document& doc, LineId id, LineId after)
+{
+    Line& line = doc.lines[id];
+    line.prev = after;
+    line.next = after == kNoLine ? doc.first : doc.lines[after].next;
+    (line.next == kNoLine ? doc.last : doc.lines[line.next].prev) = id;
+    (after == kNoLine ? doc.first : doc.lines[after].next) = id;
+}
+
+// Removes the lines from `from` up to, not including, `to` (kNoLine: to the
+// end of the file).
+void eraseLines(Document& doc, LineId from, LineId to)
+{
+    if (from == to) return;
+    const LineId before = doc.lines[from].prev;
+    for (LineId id = from; id != to;) {
+        Line& line = doc.lines[id];
+        const LineId next = line.next;
+        doc.text.release(line.size);
+        line = Line{};
+        line.next = doc.freeLines;
+        doc.freeLines = id;
+        id = next;
+    }
+    (before == kNoLine ? doc.first : doc.lines[before].next) = to;
+    (to == kNoLine ? doc.last : doc.lines[to].prev) = before;
+}
+
+// Copies the live text into a fresh store, dropping what rewrites gave up.
+void compactText(Document& doc)
+{
+    TextStore fresh;
+    for (LineId id = 0; id < doc.lines.size(); ++id) {
+        Line& line = doc.lines[id];
+        if (line.size == 0) {
+            line.text = nullptr;  // a blank line, or a record for reuse: nothing to keep
+            continue;
+        }
+        char* text = fresh.allocate(line.size);
+        std::memcpy(text, line.text, line.size);
+        line.text = text;
+    }
+    doc.text = std::move(fresh);
+}
+
+void classifyParsedLine(Document& doc, LineId id)
+{
+    withText(doc.lines[id].raw(), doc.encoding, [&](auto text) {
         const auto c = classify(text);
         // Keys above the first section belong to no section: kept, never read.
-        it->kind = c.kind == LineKind::Key && doc.sections.empty() ? LineKind::Other : c.kind;
-        if (it->kind == LineKind::Section) addSection(doc, it, foldedName(c.name));
-        else if (it->kind == LineKind::Key) addKey(doc, doc.sections.back(), it, foldedName(c.name));
+        const LineKind kind = c.kind == LineKind::Key && doc.sections.empty() ? LineKind::Other : c.kind;
+        doc.lines[id].kind = kind;
+        if (kind == LineKind::Section) addSection(doc, id, foldedName(c.name));
+        else if (kind == LineKind::Key) addKey(doc, doc.sections.back(), id, foldedName(c.name));
     });
 }
 
-void parse(Document& doc, const std::string& bytes)
+void parse(Document& doc, std::string fileBytes)
 {
     size_t start = 0;
+    std::string_view bytes = fileBytes;
     if (bytes.starts_with("\xEF\xBB\xBF")) {
         start = 3;
     } else if (bytes.starts_with("\xFF\xFE")) {
@@ -439,20 +642,22 @@ void parse(Document& doc, const std::string& bytes)
         start = 2;
     }
     doc.bom = bytes.substr(0, start);
+    char* const data = doc.text.adopt(std::move(fileBytes));
+    bytes = {data, bytes.size()};
     const size_t unit = unitSize(doc.encoding);
     bool styleSeen = false;
     while (start < bytes.size()) {
         size_t nl = start;
         if (unit == 1) {
-            const void* found = std::memchr(bytes.data() + start, '\n', bytes.size() - start);
-            nl = found ? static_cast<size_t>(static_cast<const char*>(found) - bytes.data()) : bytes.size();
+            const void* found = std::memchr(data + start, '\n', bytes.size() - start);
+            nl = found ? static_cast<size_t>(static_cast<const char*>(found) - data) : bytes.size();
         } else {
             while (nl + 1 < bytes.size() && unitAt(bytes, nl, doc.encoding) != L'\n') nl += 2;
             if (nl + 1 >= bytes.size()) nl = bytes.size();
         }
-        Line line;
+        Line line{.text = data + start};
         if (nl == bytes.size()) {
-            line.raw.assign(bytes, start, nl - start);
+            line.size = static_cast<uint32_t>(nl - start);
             start = nl;
         } else {
             size_t end = nl;
@@ -461,21 +666,30 @@ void parse(Document& doc, const std::string& bytes)
                 end -= unit;
                 line.eol = Eol::CrLf;
             }
-            line.raw.assign(bytes, start, end - start);
+            line.size = static_cast<uint32_t>(end - start);
             if (!styleSeen) doc.style = line.eol;
             styleSeen = true;
             start = nl + unit;
         }
-        appendParsedLine(doc, std::move(line));
+        const LineId id = doc.lines.add();
+        line.prev = doc.last;
+        doc.lines[id] = line;
+        (doc.last == kNoLine ? doc.first : doc.lines[doc.last].next) = id;
+        doc.last = id;
+        classifyParsedLine(doc, id);
     }
 }
 
-LineIt insertLine(Document& doc, LineIt pos, std::string raw, LineKind kind)
+// Adds a line of new text after another (kNoLine: first) with the file's
+// line end.
+LineId insertLine(Document& doc, LineId after, std::string_view text, LineKind kind)
 {
     // Only the last line of a file can lack its line end; it needs one now.
-    if (pos == doc.lines.end() && !doc.lines.empty() && doc.lines.back().eol == Eol::None)
-        doc.lines.back().eol = doc.style;
-    return doc.lines.insert(pos, Line{std::move(raw), doc.style, kind});
+    if (after != kNoLine && after == doc.last && doc.lines[after].eol == Eol::None) doc.lines[after].eol = doc.style;
+    const LineId id = newLine(doc, text.size(), doc.style, kind);
+    std::memcpy(doc.lines[id].text, text.data(), text.size());
+    link(doc, id, after);
+    return id;
 }
 
 // The section of a name (the first with it), or null. A section found in
@@ -483,35 +697,64 @@ LineIt insertLine(Document& doc, LineIt pos, std::string raw, LineKind kind)
 // are only ever added at the end.
 Section* findSection(Document& doc, std::wstring_view name)
 {
-    const FoldedName folded = foldedName(trimmed(name));
-    if (doc.recentSection && doc.recentSectionName == folded.text) return doc.recentSection;
-    const auto* found = findNamed(doc.index, doc, folded);
+    name = trimmed(name);
+    if (doc.recentSection && doc.recentSectionName == name) return doc.recentSection;
+    const auto* found = findNamed(doc.index, doc, foldedName(name));
     if (!found) return nullptr;
-    doc.recentSection = &*found->pos;
-    doc.recentSectionName = folded.text;
+    doc.recentSection = found->pos;
+    doc.recentSectionName = name;
     return doc.recentSection;
 }
 
 const Line* findKey(Document& doc, std::wstring_view section, std::wstring_view key)
 {
     Section* s = findSection(doc, section);
-    return s ? keyLine(doc, *s, foldedName(trimmed(key))) : nullptr;
+    if (!s) return nullptr;
+    const LineId line = keyLine(doc, *s, foldedName(trimmed(key)));
+    return line == kNoLine ? nullptr : &doc.lines[line];
 }
 
 // The line after a section's last line.
-LineIt sectionEnd(Document& doc, SectionIt section)
+LineId sectionEnd(Document& doc, SectionIt section)
 {
     const auto next = std::next(section);
-    return next == doc.sections.end() ? doc.lines.end() : next->header;
+    return next == doc.sections.end() ? kNoLine : next->header;
+}
+
+// Text in the file's encoding, in one buffer that edits reuse (under the
+// profile mutex) so that writing a key allocates nothing.
+std::string& encodeScratch()
+{
+    static auto* buffer = new std::string;
+    buffer->clear();
+    return *buffer;
 }
 
 Section& appendSection(Document& doc, std::wstring_view name)
 {
-    std::string header = encode(L"[", doc.encoding);
+    std::string& header = encodeScratch();
+    appendEncoded(header, L"[", doc.encoding);
     appendEncoded(header, trimmed(name), doc.encoding);
     appendEncoded(header, L"]", doc.encoding);
-    const LineIt line = insertLine(doc, doc.lines.end(), std::move(header), LineKind::Section);
+    const LineId line = insertLine(doc, doc.last, header, LineKind::Section);
     return addSection(doc, line, foldedName(trimmed(name)));
+}
+
+// Gives a key line a new value after its first `keep` bytes: in place when
+// it fits, as a value rewritten with one of the same length does.
+void replaceValue(Document& doc, Line& line, size_t keep, std::string_view value)
+{
+    const size_t size = keep + value.size();
+    if (size <= line.size) {
+        doc.text.release(line.size - size);
+    } else {
+        char* text = doc.text.allocate(size);
+        std::memcpy(text, line.text, keep);
+        doc.text.release(line.size);
+        line.text = text;
+    }
+    std::memcpy(line.text + keep, value.data(), value.size());
+    line.size = static_cast<uint32_t>(size);
 }
 
 // Each edit answers whether it changed the document.
@@ -520,23 +763,19 @@ bool setKey(Document& doc, std::wstring_view section, std::wstring_view key, std
     const std::wstring_view name = trimmed(key);
     Section* found = findSection(doc, section);
     Section& s = found ? *found : appendSection(doc, section);
-    const FoldedName folded = foldedName(name);
-    if (Line* existing = keyLine(doc, s, folded)) {
-        Line& line = *existing;
-        const size_t offset = valueOffset(line.raw, doc.encoding);
-        const std::string encoded = encode(value, doc.encoding);
-        if (std::string_view(line.raw).substr(offset) == encoded) return false;
-        line.raw.replace(offset, std::string::npos, encoded);
+    const FoldedName foldedKey = foldedName(name);
+    std::string& line = encodeScratch();
+    const size_t valueStart = encodeKeyLine(line, name, value, doc.encoding);
+    if (const LineId existing = keyLine(doc, s, foldedKey); existing != kNoLine) {
+        Line& old = doc.lines[existing];
+        const size_t offset = valueOffset(old.raw(), doc.encoding);
+        const std::string_view encoded = std::string_view(line).substr(valueStart);
+        if (old.raw().substr(offset) == encoded) return false;
+        replaceValue(doc, old, offset, encoded);
         return true;
     }
-    std::string text;
-    text.reserve(name.size() + 1 + value.size());  // exact for ASCII
-    appendEncoded(text, name, doc.encoding);
-    appendEncoded(text, L"=", doc.encoding);
-    appendEncoded(text, value, doc.encoding);
-    s.lastKey = insertLine(doc, std::next(s.lastKey), std::move(text), LineKind::Key);
-    s.keys.insert(folded.hash, s.lastKey);
-    s.recent = s.lastKey;
+    s.lastKey = s.recent = insertLine(doc, s.lastKey, line, LineKind::Key);
+    s.keys.insert(foldedKey.hash, s.lastKey);
     return true;
 }
 
@@ -548,20 +787,25 @@ bool deleteKey(Document& doc, std::wstring_view section, std::wstring_view key)
     const FoldedName name = foldedName(trimmed(key));
     auto* k = findNamed(s.keys, doc, name);
     if (!k) return false;
-    const LineIt line = k->pos;
-    if (--k->count > 0) {
-        // The duplicate behind it shows now.
-        do ++k->pos; while (k->pos->kind != LineKind::Key || !hasName(*k->pos, doc.encoding, name));
-    } else {
-        s.keys.erase(*k);
+    const LineId line = k->pos;
+    // A duplicate behind it shows now.
+    LineId next = kNoLine;
+    if (s.duplicates) {
+        const LineId end = doc.lines[s.lastKey].next;
+        for (LineId id = doc.lines[line].next; id != end && next == kNoLine; id = doc.lines[id].next) {
+            if (doc.lines[id].kind == LineKind::Key && hasName(doc.lines[id], doc.encoding, name.text)) next = id;
+        }
     }
+    if (next != kNoLine) k->pos = next;
+    else s.keys.erase(*k);
     if (line == s.lastKey) {
-        LineIt before = line;
-        do --before; while (before != s.header && before->kind != LineKind::Key);
+        LineId before = line;
+        do before = doc.lines[before].prev;
+        while (before != s.header && doc.lines[before].kind != LineKind::Key);
         s.lastKey = before;
     }
     if (line == s.recent) s.recent = s.header;
-    doc.lines.erase(line);
+    eraseLines(doc, line, doc.lines[line].next);
     return true;
 }
 
@@ -570,15 +814,17 @@ bool deleteSection(Document& doc, std::wstring_view section)
     const FoldedName name = foldedName(trimmed(section));
     auto* found = findNamed(doc.index, doc, name);
     if (!found) return false;
-    const SectionIt s = found->pos;
-    if (--found->count > 0) {
-        // So does a section of the same name further on.
-        do ++found->pos; while (!hasName(*found->pos->header, doc.encoding, name));
-    } else {
-        doc.index.erase(*found);
-    }
+    const auto s = std::find_if(doc.sections.begin(), doc.sections.end(),
+                                [&](const Section& candidate) { return &candidate == found->pos; });
+    // A section of the same name further on shows now.
+    const auto next = !doc.duplicateSections ? doc.sections.end()
+                    : std::find_if(std::next(s), doc.sections.end(), [&](const Section& candidate) {
+                          return hasName(doc.lines[candidate.header], doc.encoding, name.text);
+                      });
+    if (next != doc.sections.end()) found->pos = &*next;
+    else doc.index.erase(*found);
     if (doc.recentSection == &*s) doc.recentSection = nullptr;
-    doc.lines.erase(s->header, sectionEnd(doc, s));
+    eraseLines(doc, s->header, sectionEnd(doc, s));
     doc.sections.erase(s);
     return true;
 }
@@ -591,14 +837,16 @@ bool replaceSection(Document& doc, std::wstring_view section, const std::vector<
     if (entries.empty()) return deleteSection(doc, section);
     Section* found = findSection(doc, section);
     Section& s = found ? *found : appendSection(doc, section);
-    doc.lines.erase(std::next(s.header), std::next(s.lastKey));
+    eraseLines(doc, doc.lines[s.header].next, doc.lines[s.lastKey].next);
     s.keys.clear();
     s.lastKey = s.recent = s.header;
     s.duplicates = false;
-    LineIt cursor = s.header;
+    LineId cursor = s.header;
     for (std::wstring_view entry : entries) {
         const auto c = classify(entry);
-        cursor = insertLine(doc, std::next(cursor), encode(entry, doc.encoding), c.kind);
+        std::string& encoded = encodeScratch();
+        appendEncoded(encoded, entry, doc.encoding);
+        cursor = insertLine(doc, cursor, encoded, c.kind);
         if (c.kind == LineKind::Key) addKey(doc, s, cursor, foldedName(c.name));
     }
     return true;
@@ -606,7 +854,23 @@ bool replaceSection(Document& doc, std::wstring_view section, const std::vector<
 
 bool isOneLine(std::wstring_view text)
 {
-    return std::none_of(text.begin(), text.end(), [](wchar_t ch) { return ch == L'\r' || ch == L'\n'; });
+    for (wchar_t ch : text) {
+        // Nearly every character fails the first test, and so costs one.
+        if (ch <= L'\r' && (ch == L'\r' || ch == L'\n')) return false;
+    }
+    return true;
+}
+
+// A key name reads back as written when it is one line without "=" that
+// does not look like a comment or a section header.
+bool canStoreKey(std::wstring_view key)
+{
+    const std::wstring_view k = trimmed(key);
+    if (!k.empty() && (k.front() == L';' || k.front() == L'[')) return false;
+    for (wchar_t ch : k) {
+        if (ch <= L'=' && (ch == L'=' || ch == L'\r' || ch == L'\n')) return false;
+    }
+    return true;
 }
 
 template <typename Ch>
@@ -672,7 +936,8 @@ template <typename Use>
 void forEachSectionName(const Document& doc, Use use)
 {
     for (const Section& s : doc.sections) {
-        if (!withText(s.header->raw, doc.encoding, [&](auto text) { return use(classify(text).name); })) return;
+        const auto name = [&](auto text) { return use(classify(text).name); };
+        if (!withText(doc.lines[s.header].raw(), doc.encoding, name)) return;
     }
 }
 
@@ -683,10 +948,11 @@ void forEachKeyName(Document& doc, std::wstring_view section, Use use)
 {
     const Section* s = findSection(doc, section);
     if (!s) return;
-    const LineIt end = std::next(s->lastKey);
-    for (LineIt it = s->header; it != end; ++it) {
-        if (it->kind != LineKind::Key) continue;
-        if (!withText(it->raw, doc.encoding, [&](auto text) { return use(classify(text).name); })) return;
+    const LineId end = doc.lines[s->lastKey].next;
+    for (LineId id = s->header; id != end; id = doc.lines[id].next) {
+        const Line& line = doc.lines[id];
+        if (line.kind != LineKind::Key) continue;
+        if (!withText(line.raw(), doc.encoding, [&](auto text) { return use(classify(text).name); })) return;
     }
 }
 
@@ -818,12 +1084,11 @@ bool writeAll(int fd, std::string_view bytes)
 bool writeDocument(int fd, const Document& doc)
 {
     constexpr size_t kChunk = 1 << 20;
-    const std::string lf = encode(L"\n", doc.encoding), crlf = encode(L"\r\n", doc.encoding);
+    const std::string ends[] = {"", encode(L"\n", doc.encoding), encode(L"\r\n", doc.encoding)};  // by Eol
     std::string out = doc.bom;
-    for (const Line& line : doc.lines) {
-        out += line.raw;
-        if (line.eol == Eol::Lf) out += lf;
-        else if (line.eol == Eol::CrLf) out += crlf;
+    for (LineId id = doc.first; id != kNoLine; id = doc.lines[id].next) {
+        const Line& line = doc.lines[id];
+        out.append(line.raw()).append(ends[static_cast<size_t>(line.eol)]);
         if (out.size() >= kChunk) {
             if (!writeAll(fd, out)) return false;
             out.clear();
@@ -843,14 +1108,18 @@ void load(KoProfileFile& file)
     }
     struct stat st;
     std::string bytes;
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || !readAll(fd, bytes)) {
+    // Lines are counted and measured in 32 bits: a file of 4 GiB or more is
+    // not for us to read, and so never replaced either.
+    const bool readable = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size < kNoLine;
+    if (readable) bytes.reserve(static_cast<size_t>(st.st_size));
+    if (!readable || !readAll(fd, bytes) || bytes.size() >= kNoLine) {
         close(fd);
         forget(file);
         file.unreadable = true;
         return;
     }
     forget(file);
-    parse(file.doc, bytes);
+    parse(file.doc, std::move(bytes));
     file.exists = true;
     file.stamp = st;
     file.heldFd = fd;
@@ -953,7 +1222,10 @@ bool modify(const wchar_t* fileName, Edit edit)
     if (!file) return false;
     if (file->lockFd < 0 && !acquireLock(*file)) return false;
     bool ok = !file->unreadable;
-    if (ok && edit(file->doc)) file->dirty = true;
+    if (ok && edit(file->doc)) {
+        file->dirty = true;
+        if (file->doc.text.wasteful()) compactText(file->doc);
+    }
     if (file->batchDepth == 0) {
         if (file->dirty && !flush(*file)) {
             forget(*file);  // drop the edit: the next call reads what the disk has
@@ -984,7 +1256,7 @@ bool withValue(const wchar_t* section, const wchar_t* key, const wchar_t* fileNa
     return inspect(fileName, [&](Document& doc) {
         const Line* line = findKey(doc, section, key);
         if (!line) return false;
-        withText(line->raw, doc.encoding, [&](auto text) { use(valueOf(text, stripQuotes)); });
+        withText(line->raw(), doc.encoding, [&](auto text) { use(valueOf(text, stripQuotes)); });
         return true;
     });
 }
@@ -1029,10 +1301,11 @@ bool koWritePrivateProfileString(const wchar_t* section, const wchar_t* key, con
     const std::wstring_view sectionName = section;
     if (!isOneLine(sectionName)) return false;
     if (!key) return modify(fileName, [&](Document& doc) { return deleteSection(doc, sectionName); });
-    if (!kora::detail::profileCanStore(key, value)) return false;
     const std::wstring_view keyName = key;
+    if (!canStoreKey(keyName)) return false;
     if (!value) return modify(fileName, [&](Document& doc) { return deleteKey(doc, sectionName, keyName); });
     const std::wstring_view text = value;
+    if (!isOneLine(text)) return false;
     return modify(fileName, [&](Document& doc) { return setKey(doc, sectionName, keyName, text); });
 }
 
@@ -1087,9 +1360,7 @@ std::vector<std::wstring> profileSectionNames(const wchar_t* fileName)
 
 bool profileCanStore(const wchar_t* key, const wchar_t* value)
 {
-    const std::wstring_view k = trimmed(std::wstring_view(key ? key : L""));
-    return isOneLine(k) && k.find(L'=') == std::wstring_view::npos
-        && (k.empty() || (k.front() != L';' && k.front() != L'[')) && (!value || isOneLine(value));
+    return canStoreKey(key ? key : L"") && (!value || isOneLine(value));
 }
 
 }  // namespace kora::detail

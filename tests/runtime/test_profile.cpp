@@ -11,7 +11,9 @@
 #include <cwchar>
 #include <filesystem>
 #include <fstream>
+#include <cctype>
 #include <map>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -337,6 +339,14 @@ TEST_F(Profile, RefusedWritesChangeAndCreateNothing)
     EXPECT_FALSE(write(L"S", L"k", L"line\nbreak", f));
     EXPECT_FALSE(write(L"S\n", L"k", L"v", f));
     EXPECT_EQ(bytes(f), "[S]\nk=1\n");
+
+    // A file of 4 GiB (sparse here) is beyond what is read, so never replaced.
+    const std::wstring huge = file("huge.ini");
+    putBytes(huge, "[S]\nk=1\n");
+    fs::resize_file(diskPath(huge), uintmax_t{4} << 30);
+    EXPECT_EQ(read(L"S", L"k", huge, L"d"), L"d");
+    EXPECT_FALSE(write(L"S", L"k", L"2", huge));
+    EXPECT_EQ(fs::file_size(diskPath(huge)), uintmax_t{4} << 30);
 }
 
 TEST_F(Profile, AWriteThroughALinkReplacesItsTargetAndKeepsTheLink)
@@ -409,6 +419,182 @@ TEST_F(Profile, ManyKeysSetAndDeletedInAnyOrderReadBackLikeAMap)
     }
     putBytes(f, bytes(f));  // the same text as a new file: parsed again
     check();
+}
+
+namespace {
+
+std::string trimBlanks(const std::string& text)
+{
+    const size_t first = text.find_first_not_of(" \t");
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// The file as a list of lines, edited by the plain rules the functions
+// follow: the first section of a name, the first key of a name in it, new
+// keys after its last key, new sections at the end.
+class LineModel {
+public:
+    explicit LineModel(const std::string& text)
+    {
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) m_lines.push_back(line);
+    }
+
+    std::string text() const
+    {
+        std::string out;
+        for (const std::string& line : m_lines) out += line + "\n";
+        return out;
+    }
+
+    void set(const std::string& section, const std::string& key, const std::string& value)
+    {
+        size_t header = findSection(section);
+        if (header == npos) {
+            m_lines.push_back("[" + trim(section) + "]");
+            header = m_lines.size() - 1;
+        }
+        if (const size_t line = findKey(header, key); line != npos) {
+            std::string& text = m_lines[line];
+            size_t at = text.find('=') + 1;
+            while (at < text.size() && (text[at] == ' ' || text[at] == '\t')) ++at;
+            text = text.substr(0, at) + value;
+            return;
+        }
+        m_lines.insert(m_lines.begin() + static_cast<long>(lastKey(header)) + 1, trim(key) + "=" + value);
+    }
+
+    void erase(const std::string& section, const std::string& key)
+    {
+        const size_t header = findSection(section);
+        const size_t line = header == npos ? npos : findKey(header, key);
+        if (line != npos) m_lines.erase(m_lines.begin() + static_cast<long>(line));
+    }
+
+    void eraseSection(const std::string& section)
+    {
+        const size_t header = findSection(section);
+        if (header == npos) return;
+        m_lines.erase(m_lines.begin() + static_cast<long>(header), m_lines.begin() + static_cast<long>(end(header)));
+    }
+
+    void replaceSection(const std::string& section, const std::vector<std::string>& entries)
+    {
+        if (entries.empty()) return eraseSection(section);
+        size_t header = findSection(section);
+        if (header == npos) {
+            m_lines.push_back("[" + trim(section) + "]");
+            header = m_lines.size() - 1;
+        }
+        const auto first = m_lines.begin() + static_cast<long>(header) + 1;
+        m_lines.erase(first, m_lines.begin() + static_cast<long>(lastKey(header)) + 1);
+        m_lines.insert(m_lines.begin() + static_cast<long>(header) + 1, entries.begin(), entries.end());
+    }
+
+private:
+    static constexpr size_t npos = std::string::npos;
+
+    static std::string trim(const std::string& text) { return trimBlanks(text); }
+    static std::string upper(std::string text)
+    {
+        for (char& ch : text) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+        return text;
+    }
+    static bool isSection(const std::string& line)
+    {
+        const std::string t = trim(line);
+        return t.starts_with('[') && t.find(']') != npos;
+    }
+    static bool isKey(const std::string& line)
+    {
+        const std::string t = trim(line);
+        return !t.empty() && t[0] != ';' && t[0] != '[' && t.find('=') != npos;
+    }
+    static std::string keyName(const std::string& line) { return upper(trim(line.substr(0, line.find('=')))); }
+
+    size_t findSection(const std::string& name) const
+    {
+        for (size_t i = 0; i < m_lines.size(); ++i) {
+            const std::string t = trim(m_lines[i]);
+            if (isSection(t) && upper(trim(t.substr(1, t.rfind(']') - 1))) == upper(trim(name))) return i;
+        }
+        return npos;
+    }
+    size_t end(size_t header) const
+    {
+        size_t i = header + 1;
+        while (i < m_lines.size() && !isSection(m_lines[i])) ++i;
+        return i;
+    }
+    size_t findKey(size_t header, const std::string& key) const
+    {
+        for (size_t i = header + 1; i < end(header); ++i) {
+            if (isKey(m_lines[i]) && keyName(m_lines[i]) == upper(trim(key))) return i;
+        }
+        return npos;
+    }
+    size_t lastKey(size_t header) const
+    {
+        size_t last = header;
+        for (size_t i = header + 1; i < end(header); ++i) {
+            if (isKey(m_lines[i])) last = i;
+        }
+        return last;
+    }
+
+    std::vector<std::string> m_lines;
+};
+
+}  // namespace
+
+TEST_F(Profile, RandomEditsLeaveTheFileThePlainRulesGive)
+{
+    // Duplicate keys and sections, comments and blank lines, keys above the
+    // first section: every rule of the file meets every kind of edit.
+    const std::string start = "k=above\n; head\n\n[A]\nk1=1\nK1=dup\n; note\n k2 = 2\n\n[b]\nx=1\n[a]\nk1=second\n";
+    const std::wstring f = file("random.ini");
+    putBytes(f, start);
+    LineModel model(start);
+    std::mt19937 random(5);
+    const std::vector<std::string> sections = {"A", "a", " b ", "B", "c", "Dee"};
+    const std::vector<std::string> keys = {"k1", "K1", "k2", " x ", "y", "Zed"};
+    const auto wide = [](const std::string& text) { return std::wstring(text.begin(), text.end()); };
+    const auto pick = [&](const std::vector<std::string>& names) { return names[random() % names.size()]; };
+    for (int round = 0; round < 40; ++round) {
+        // Mostly inside a batch; now and then one write on its own.
+        const bool batched = round % 4 != 3;
+        std::optional<KoProfileBatch> batch;
+        if (batched) batch.emplace(f.c_str());
+        for (int i = 0; i < (batched ? 400 : 3); ++i) {
+            const std::string section = pick(sections), key = pick(keys);
+            const unsigned op = random() % 10;
+            if (op < 6) {
+                // Now and then a long value, so that rewritten text piles up.
+                const std::string value = random() % 50 == 0 ? std::string(1 + random() % 200000, 'v')
+                                                             : "v" + std::to_string(random() % 1000);
+                ASSERT_TRUE(write(wide(section).c_str(), wide(key).c_str(), wide(value).c_str(), f));
+                model.set(section, key, value);
+            } else if (op < 8) {
+                ASSERT_TRUE(write(wide(section).c_str(), wide(key).c_str(), nullptr, f));
+                model.erase(section, key);
+            } else if (op == 8) {
+                ASSERT_TRUE(write(wide(section).c_str(), nullptr, nullptr, f));
+                model.eraseSection(section);
+            } else {
+                std::vector<std::string> entries;
+                std::wstring content;
+                for (unsigned n = random() % 3; n > 0; --n) {
+                    entries.push_back(trimBlanks(pick(keys)) + "=r" + std::to_string(n));
+                    content += wide(entries.back()) + L'\0';
+                }
+                content += L'\0';
+                ASSERT_TRUE(koWritePrivateProfileSection(wide(section).c_str(), content.c_str(), f.c_str()));
+                model.replaceSection(section, entries);
+            }
+        }
+        batch.reset();
+        ASSERT_EQ(bytes(f), model.text()) << "after round " << round;
+    }
 }
 
 TEST_F(Profile, ABatchReadsOneStateOfTheFileAndLocksItOnlyToWrite)

@@ -7,7 +7,7 @@
 // replaces the file atomically (temporary file in the same folder, then
 // rename) under an exclusive lock, so two processes updating different keys
 // of one file never lose either update. File names are wide paths with "/"
-// as separator.
+// as separator. A file of 4 GiB or more is not read, and so never replaced.
 #pragma once
 
 #include "kora/export.h"
