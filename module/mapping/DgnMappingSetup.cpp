@@ -1,10 +1,12 @@
 #include "mapping/DgnMappingSetup.h"
 
+#include <utility>
+
 #include "module.h"
 
-bool DgnMappingSetupStore::insert(const DgnMappingSetup& setup)
+bool DgnMappingSetupStore::insert(DgnMappingSetup setup)
 {
-    return m_setups.try_emplace(keyOf(setup.name), setup).second;
+    return m_setups.try_emplace(keyOf(setup.name), std::move(setup)).second;
 }
 
 DgnMappingSetup* DgnMappingSetupStore::find(const KoString& name)

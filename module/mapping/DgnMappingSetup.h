@@ -43,7 +43,7 @@ public:
 
     // The first setup put under a key stays: answers false and drops the
     // new one when the key is taken.
-    bool insert(const DgnMappingSetup& setup);
+    bool insert(DgnMappingSetup setup);
     // Null when no setup has that name (in any letter case). Callers that
     // replace a setup assign through the pointer.
     DgnMappingSetup* find(const KoString& name);

@@ -78,19 +78,32 @@ std::vector<KoString> splitList(const wchar_t* list)
     return names;
 }
 
-// A section's key names, however many there are. The first buffer is
-// sized for the keys the counts promise, so a large setup is listed once.
-std::vector<KoString> allKeyNames(const KoString& section, size_t expectedKeys)
+// The buffer a load lists key names in, kept from one section to the
+// next: a large setup needs megabytes, which are better asked for once
+// than once per section.
+struct KeyListing {
+    std::unique_ptr<wchar_t[]> buffer;
+    size_t size = 0;
+};
+
+// A section's key names, however many there are, as a zero-separated
+// list. The buffer is first made as big as the keys the counts promise
+// need, so a large setup is listed once.
+const wchar_t* allKeyNames(const KoString& section, size_t expectedKeys, KeyListing& listing)
 {
-    size_t size = std::clamp<size_t>(expectedKeys * 16 + 1024, 16384, size_t{1} << 24);
+    size_t wanted = std::clamp<size_t>(expectedKeys * 16 + 1024, 16384, size_t{1} << 24);
     for (;;) {
-        // Not zero-filled: the platform writes the list and its terminators.
-        const auto buffer = std::make_unique_for_overwrite<wchar_t[]>(size);
-        const unsigned capacity = static_cast<unsigned>(std::min<size_t>(size, UINT32_MAX));
+        if (listing.size < wanted) {
+            // Not zero-filled: the platform writes the list and its terminators.
+            listing.buffer = std::make_unique_for_overwrite<wchar_t[]>(wanted);
+            listing.size = wanted;
+        }
+        const unsigned capacity = static_cast<unsigned>(std::min<size_t>(listing.size, UINT32_MAX));
         // A list that does not fit answers size - 2.
-        if (koGetPrivateProfileString(section, nullptr, L"", buffer.get(), capacity, dgnSetupFilePath()) + 2 < capacity)
-            return splitList(buffer.get());
-        size *= 4;
+        if (koGetPrivateProfileString(section, nullptr, L"", listing.buffer.get(), capacity, dgnSetupFilePath()) + 2
+            < capacity)
+            return listing.buffer.get();
+        wanted = listing.size * 4;
     }
 }
 
@@ -124,13 +137,12 @@ int keyIndex(std::wstring_view key, std::wstring_view prefix)
 // For each table, one past the highest index any of its keys has in the
 // section. Indexes from there on read as an empty pair, so a damaged count
 // of two billion costs no more than the keys that are really there.
-std::array<int, std::size(kTables)> indexesPresent(const std::vector<KoString>& keys)
+std::array<int, std::size(kTables)> indexesPresent(const wchar_t* keys)
 {
     std::array<int, std::size(kTables)> ends{};
-    for (const KoString& key : keys) {
+    for (std::wstring_view name = keys; !name.empty(); name = name.data() + name.size() + 1) {
         // Only a key that ends in a digit can carry an index.
-        const std::wstring_view name = key.view();
-        if (name.empty() || name.back() < L'0' || name.back() > L'9') continue;
+        if (name.back() < L'0' || name.back() > L'9') continue;
         for (size_t t = 0; t < ends.size(); ++t) {
             const int index = std::max(keyIndex(name, kTables[t].dgnPrefix), keyIndex(name, kTables[t].dwgPrefix));
             ends[t] = std::max(ends[t], index + 1);
@@ -159,7 +171,7 @@ void readTable(DgnMappingSetup& setup, const TableKeys& table, int indexEnd, wch
 }
 
 // The setup of one section, or nothing when the section has no name.
-bool readSetup(const KoString& section, DgnMappingSetup& setup, wchar_t* buffer)
+bool readSetup(const KoString& section, DgnMappingSetup& setup, wchar_t* buffer, KeyListing& listing)
 {
     setup.name = readText(section, L"Name", buffer);
     if (setup.name.isEmpty()) return false;
@@ -172,7 +184,7 @@ bool readSetup(const KoString& section, DgnMappingSetup& setup, wchar_t* buffer)
     if (!anyPairs) return true;
     size_t expectedKeys = 0;
     for (const TableKeys& table : kTables) expectedKeys += 2 * static_cast<size_t>(std::clamp(setup.*table.count, 0, 1 << 20));
-    const auto indexEnds = indexesPresent(allKeyNames(section, expectedKeys));
+    const auto indexEnds = indexesPresent(allKeyNames(section, expectedKeys, listing));
     for (size_t t = 0; t < std::size(kTables); ++t) readTable(setup, kTables[t], indexEnds[t], buffer);
     return true;
 }
@@ -261,10 +273,11 @@ void loadMappingSetups(DgnMappingSetupStore& store)
     // One batch reads the whole store from one state of the file, checked once.
     KoProfileBatch batch(dgnSetupFilePath());
     std::vector<wchar_t> buffer(kBufferSize);
+    KeyListing listing;
     for (const KoString& section : setupFileSectionNames()) {
         if (section.find(L"MappingSetup") < 0) continue;
         DgnMappingSetup setup;
-        if (readSetup(section, setup, buffer.data())) store.insert(setup);
+        if (readSetup(section, setup, buffer.data(), listing)) store.insert(std::move(setup));
     }
 }
 
