@@ -9,6 +9,7 @@
 #include "kora/editorbackend.h"
 #include "kora/userpaths.h"
 #include "inputparse.h"
+#include "resbuf_internal.h"
 
 namespace fs = std::filesystem;
 
@@ -115,7 +116,7 @@ int koutRelRb(koresbuf* chain)
 {
     while (chain) {
         koresbuf* next = chain->rbnext;
-        if (chain->restype == KORTSTR) std::free(chain->resval.rstring);
+        if (kora::detail::resbufHoldsText(chain->restype)) std::free(chain->resval.rstring);
         delete chain;
         chain = next;
     }

@@ -10,6 +10,7 @@
 #include "currentspace.h"
 #include "kora/db/dxf.h"
 #include "kora/docman.h"
+#include "resbuf_internal.h"
 
 namespace {
 
@@ -146,7 +147,7 @@ koresbuf* koutBuildList(int type, ...)
     koresbuf** tail = &head;
     for (int t = type; t != 0; t = va_arg(args, int)) {
         koresbuf* rb = koutNewRb(static_cast<short>(t));
-        if (t == KORTDXF0 || t == 8 || t == KORTSTR) {
+        if (kora::detail::resbufHoldsText(t)) {
             const wchar_t* text = va_arg(args, const wchar_t*);
             const size_t bytes = (std::wcslen(text ? text : L"") + 1) * sizeof(wchar_t);
             rb->resval.rstring = static_cast<wchar_t*>(std::malloc(bytes));

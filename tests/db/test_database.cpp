@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 #include <numbers>
 
 #include "kora/db/database.h"
@@ -157,7 +158,8 @@ TEST(KoDbDatabase, ErasedObjectsAreSkippedButKept)
         twice->setName(L"walls");
         EXPECT_EQ(layers->add(twice), Kora::eDuplicateKey);
         delete twice;
-        EXPECT_EQ(layers->add(new KoDbLinetypeTableRecord), Kora::eNotThatKindOfClass);
+        const auto linetype = std::make_unique<KoDbLinetypeTableRecord>();  // refused, so still ours
+        EXPECT_EQ(layers->add(linetype.get()), Kora::eNotThatKindOfClass);
     }
     EXPECT_EQ(db.openObjectCount(), 0) << "a failed add must not leave anything open";
 
