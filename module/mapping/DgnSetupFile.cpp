@@ -35,28 +35,42 @@ constexpr TableKeys kTables[] = {
     {L"ColorCount", L"DGNColor", L"DWGColor", &DgnMappingSetup::colorMap, &DgnMappingSetup::colorCount},
 };
 
-// "<prefix><index>", built in place: a store of millions of pairs names
-// every key this way, so it must not allocate.
-class IndexedKey {
+// The keys "<prefix>0", "<prefix>1", ... in turn, each made from the one
+// before by counting up its digits in place: a store of millions of pairs
+// names every key this way, so naming one costs a character or two.
+class KeyCounter {
 public:
-    const wchar_t* operator()(const wchar_t* prefix, int index)
+    explicit KeyCounter(const wchar_t* prefix)
     {
-        wchar_t digits[12];
-        int n = 0;
-        do digits[n++] = static_cast<wchar_t>(L'0' + index % 10);
-        while ((index /= 10) > 0);
-        size_t length = 0;
-        while (prefix[length] && length < std::size(m_key) - std::size(digits)) {
-            m_key[length] = prefix[length];
-            ++length;
+        while (prefix[m_digits] && m_digits < std::size(m_key) - 12) {
+            m_key[m_digits] = prefix[m_digits];
+            ++m_digits;
         }
-        while (n > 0) m_key[length++] = digits[--n];
-        m_key[length] = 0;
-        return m_key;
+        m_key[m_digits] = L'0';
+        m_length = m_digits + 1;
+        m_key[m_length] = 0;
+    }
+
+    const wchar_t* key() const { return m_key; }
+
+    void next()
+    {
+        size_t i = m_length;
+        while (i > m_digits && m_key[i - 1] == L'9') m_key[--i] = L'0';
+        if (i > m_digits) {
+            ++m_key[i - 1];
+            return;
+        }
+        // All nines: one digit more.
+        m_key[m_digits] = L'1';
+        m_key[m_length++] = L'0';
+        m_key[m_length] = 0;
     }
 
 private:
     wchar_t m_key[48];
+    size_t m_digits = 0;  // where the digits start
+    size_t m_length = 0;
 };
 
 KoString readText(const KoString& section, const wchar_t* key, wchar_t* buffer)
@@ -162,10 +176,10 @@ void readTable(DgnMappingSetup& setup, const TableKeys& table, int indexEnd, wch
     const wchar_t* targetPrefix = import ? table.dwgPrefix : table.dgnPrefix;
     DgnMappingTable& map = setup.*table.table;
     const int present = std::min(count, indexEnd);
-    IndexedKey key;
-    for (int i = 0; i < present; ++i) {
-        KoString source = readText(setup.section, key(sourcePrefix, i), buffer);
-        map.emplace(std::move(source), readText(setup.section, key(targetPrefix, i), buffer));
+    KeyCounter sourceKey(sourcePrefix), targetKey(targetPrefix);
+    for (int i = 0; i < present; ++i, sourceKey.next(), targetKey.next()) {
+        KoString source = readText(setup.section, sourceKey.key(), buffer);
+        map.emplace(std::move(source), readText(setup.section, targetKey.key(), buffer));
     }
     if (count > present) map.emplace(KoString(), KoString());
 }
@@ -189,24 +203,19 @@ bool readSetup(const KoString& section, DgnMappingSetup& setup, wchar_t* buffer,
     return true;
 }
 
-// The file keeps one line per value: line breaks (which only a dialog can
-// put into a name or description) are stored as blanks rather than losing
-// the whole value.
-const wchar_t* oneLine(const KoString& text, KoString& scratch)
-{
-    const std::wstring_view view = text.view();
-    if (std::none_of(view.begin(), view.end(), [](wchar_t ch) { return ch == L'\r' || ch == L'\n'; })) return text.c_str();
-    scratch = text;
-    scratch.replace(L"\r\n", L" ");
-    scratch.replace(L'\r', L' ');
-    scratch.replace(L'\n', L' ');
-    return scratch.c_str();
-}
-
+// The file keeps one line per value: a value with line breaks (which only
+// a dialog can put into a name or description), which the platform
+// refuses, is written again with blanks in their place rather than lost.
+// Values without them, nearly all, are so looked at only once.
 void writeText(const KoString& section, const wchar_t* key, const KoString& value)
 {
-    KoString scratch;
-    koWritePrivateProfileString(section, key, oneLine(value, scratch), dgnSetupFilePath());
+    if (koWritePrivateProfileString(section, key, value, dgnSetupFilePath())) return;
+    if (value.findOneOf(L"\r\n") < 0) return;
+    KoString oneLine = value;
+    oneLine.replace(L"\r\n", L" ");
+    oneLine.replace(L'\r', L' ');
+    oneLine.replace(L'\n', L' ');
+    koWritePrivateProfileString(section, key, oneLine, dgnSetupFilePath());
 }
 
 void writeSetup(const KoString& section, const DgnMappingSetup& setup)
@@ -220,12 +229,12 @@ void writeSetup(const KoString& section, const DgnMappingSetup& setup)
     for (const TableKeys& table : kTables) {
         const wchar_t* sourcePrefix = import ? table.dgnPrefix : table.dwgPrefix;
         const wchar_t* targetPrefix = import ? table.dwgPrefix : table.dgnPrefix;
-        int i = 0;
-        IndexedKey key;
+        KeyCounter sourceKey(sourcePrefix), targetKey(targetPrefix);
         for (const auto& [source, target] : setup.*table.table) {
-            writeText(section, key(sourcePrefix, i), source);
-            writeText(section, key(targetPrefix, i), target);
-            ++i;
+            writeText(section, sourceKey.key(), source);
+            writeText(section, targetKey.key(), target);
+            sourceKey.next();
+            targetKey.next();
         }
     }
 }

@@ -230,7 +230,7 @@ TEST_F(SetupStoreTest, RoundTripKeepsEveryValueAndEveryUntouchedKey)
 {
     DgnMappingSetupStore store = load();
     DgnMappingSetup roads = setup(L"Roads", 1);
-    roads.description = L"Straßen und Wege";
+    roads.description = L"Straßen\r\nund\nWege";  // the file cannot hold the line breaks
     roads.layerMap = {{L"", L"from empty"}, {L"1", L""}, {L"Level 2", L"Kerbs"}};
     roads.lineTypeMap = {{L"0", L"CONTINUOUS"}};
     dgn::fillDefaultLineWeights(roads.lineWeightMap, true);
@@ -240,14 +240,17 @@ TEST_F(SetupStoreTest, RoundTripKeepsEveryValueAndEveryUntouchedKey)
     roads.lineWeightCount = 34;
     roads.colorCount = 2;
     DgnMappingSetup rivers = setup(L"rivers", 0);
-    rivers.layerMap = {{L"WATER", L"9"}};
-    rivers.layerCount = 1;
+    for (int i = 0; i < 150; ++i) rivers.layerMap.emplace(L"WATER" + std::to_wstring(i), std::to_wstring(i));
+    rivers.layerCount = 150;
     store.insert(roads);
     store.insert(rivers);
     dgn::saveMappingSetups(store);
     koWritePrivateProfileString(L"MappingSetup1", L"Owner", L"survey", dgn::dgnSetupFilePath());
+    EXPECT_EQ(storedValue(L"MappingSetup1", L"DWGLayer149"), L"WATER99");  // rivers sorts first
 
     DgnMappingSetupStore first = load();
+    EXPECT_EQ(first.find(L"Roads")->description, L"Straßen und Wege");
+    store.find(L"Roads")->description = L"Straßen und Wege";
     EXPECT_EQ(first, store);
     dgn::saveMappingSetups(first);
     const DgnMappingSetupStore second = load();
