@@ -30,8 +30,8 @@ enum class Encoding : unsigned char { Utf8, Utf16LE, Utf16BE };
 enum class Eol : unsigned char { None, Lf, CrLf };
 enum class LineKind : unsigned char { Other, Section, Key };
 
-// Lines are numbered by their place in the document's record vector, which
-// never moves one; kNoLine stands for no line (the end of the file).
+// Lines are numbered by their place among the document's line records
+// (see LineRecords); kNoLine stands for no line (the end of the file).
 using LineId = uint32_t;
 constexpr LineId kNoLine = UINT32_MAX;
 
