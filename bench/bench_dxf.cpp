@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <sys/resource.h>
 
-#include "kora/db/dxf.h"
+#include "kora/dxf/dxf.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ int main(int argc, char** argv)
     KoDbDatabase db(false);
     KoString message;
     auto start = std::chrono::steady_clock::now();
-    if (db.readDxfFile(KoString::fromUtf8(argv[1]), &message) != Kora::eOk) {
+    if (kodbReadDxfFile(db, KoString::fromUtf8(argv[1]), &message) != Kora::eOk) {
         std::fprintf(stderr, "%s\n", message.toUtf8().c_str());
         return 1;
     }
@@ -45,7 +45,7 @@ int main(int argc, char** argv)
         for (auto it = model->newIterator(); !it->done(); it->step()) ++entities;
     }
     start = std::chrono::steady_clock::now();
-    if (db.dxfOut(KoString::fromUtf8(argv[2]), &message) != Kora::eOk) {
+    if (kodbWriteDxfFile(db, KoString::fromUtf8(argv[2]), &message) != Kora::eOk) {
         std::fprintf(stderr, "%s\n", message.toUtf8().c_str());
         return 1;
     }

@@ -55,7 +55,7 @@ struct Timings {
 };
 
 // Every save starts without a store file.
-void removeStoreFile() { fs::remove(dgn::dgnSetupFilePath().toUtf8()); }
+void removeStoreFile() { fs::remove(Kora::DgnCommands::dgnSetupFilePath().toUtf8()); }
 
 Timings saveAndLoad(int pairs, int setups)
 {
@@ -63,12 +63,12 @@ Timings saveAndLoad(int pairs, int setups)
     removeStoreFile();
     Timings timings;
     auto start = std::chrono::steady_clock::now();
-    dgn::saveMappingSetups(store);
+    Kora::DgnCommands::saveMappingSetups(store);
     timings.saveMs = millisecondsSince(start);
 
     DgnMappingSetupStore loaded;
     start = std::chrono::steady_clock::now();
-    dgn::loadMappingSetups(loaded);
+    Kora::DgnCommands::loadMappingSetups(loaded);
     timings.loadMs = millisecondsSince(start);
     if (loaded.size() != static_cast<size_t>(setups + 1)
         || loaded.find(L"Setup 00")->layerMap.size() != static_cast<size_t>(pairs))
@@ -126,7 +126,7 @@ Timings measure(int pairs, int runs, int setups = kSetups)
 // rewrites and fsyncs the whole file.
 double saveKeyByKey(int pairs, int setups)
 {
-    const KoString& path = dgn::dgnSetupFilePath();
+    const KoString& path = Kora::DgnCommands::dgnSetupFilePath();
     removeStoreFile();
     const DgnMappingSetupStore store = makeStore(pairs, setups);
     const auto write = [&](const KoString& section, const KoString& key, const KoString& value) {
@@ -169,7 +169,7 @@ int main()
     for (const int pairs : {1000, 10000, 50000}) {
         const Timings half = measure(pairs / 2, kRuns);
         const Timings full = measure(pairs, kRuns);
-        const double megabytes = static_cast<double>(fs::file_size(dgn::dgnSetupFilePath().toUtf8())) / (1 << 20);
+        const double megabytes = static_cast<double>(fs::file_size(Kora::DgnCommands::dgnSetupFilePath().toUtf8())) / (1 << 20);
         std::printf("%8d %12.1f %12.1f\n", pairs / 2, half.saveMs, half.loadMs);
         std::printf("%8d %12.1f %12.1f %12.2f %12.2f %14.1f\n", pairs, full.saveMs, full.loadMs,
                     full.saveMs / half.saveMs, full.loadMs / half.loadMs, megabytes);

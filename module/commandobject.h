@@ -6,7 +6,7 @@
 
 #include "kora/commandstack.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 class CommandObject : public KoEdCommand {
 public:
@@ -30,4 +30,4 @@ protected:
     bool m_commandLineMode = false;
 };
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

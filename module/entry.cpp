@@ -28,7 +28,7 @@ void dgnExportCommandLine()
 void dgnMapping()
 {
     ResourceScope scope;
-    dgn::runMappingSetupsDialog();
+    Kora::DgnCommands::runMappingSetupsDialog();
 }
 
 void dgnImport()
@@ -111,18 +111,18 @@ void initApplication(void* appId)
 {
     registryObject<KoRxDynamicLinker>(KORX_DYNAMIC_LINKER)->unlockApplication(appId);
     registryObject<KoRxDynamicLinker>(KORX_DYNAMIC_LINKER)->registerAppMDIAware(appId);
-    ResourceSwitch toModule(dgn::moduleState().moduleInstance);
-    dgn::registerCommands();
+    ResourceSwitch toModule(Kora::DgnCommands::moduleState().moduleInstance);
+    Kora::DgnCommands::registerCommands();
 }
 
 void unloadApplication()
 {
-    registryObject<KoEdCommandStack>(KORX_COMMAND_DOCK)->removeGroup(dgn::kCommandGroup);
+    registryObject<KoEdCommandStack>(KORX_COMMAND_DOCK)->removeGroup(Kora::DgnCommands::kCommandGroup);
 }
 
 }  // namespace
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 KoString resourceLibraryName(const KoString& modulePath)
 {
@@ -142,15 +142,15 @@ void registerCommands()
     }
 }
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands
 
 KORX_EXPORT int korxLibraryAttach(KoInstanceHandle self)
 {
-    dgn::ModuleState& state = dgn::moduleState();
+    Kora::DgnCommands::ModuleState& state = Kora::DgnCommands::moduleState();
     if (!state.resourceInstance) {
         wchar_t path[1024] = {};
         if (koraGetModuleFileName(reinterpret_cast<const void*>(&korxLibraryAttach), path, 1024) < 1) return 0;
-        state.resourceInstance = LoadResourceDll(dgn::resourceLibraryName(path));
+        state.resourceInstance = LoadResourceDll(Kora::DgnCommands::resourceLibraryName(path));
         if (!state.resourceInstance) return 0;
     }
     if (!state.extensionModuleInitialised) {
@@ -163,7 +163,7 @@ KORX_EXPORT int korxLibraryAttach(KoInstanceHandle self)
 
 KORX_EXPORT int korxLibraryDetach(KoInstanceHandle)
 {
-    dgn::moduleState().extensionModuleInitialised = false;
+    Kora::DgnCommands::moduleState().extensionModuleInitialised = false;
     return 1;
 }
 

@@ -5,7 +5,7 @@
 #include "kora/kostring.h"
 #include "kora/resources.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 // Set once while the library is attached, read everywhere.
 struct ModuleState {
@@ -27,7 +27,7 @@ inline constexpr const wchar_t* kCommandGroup = L"KRX_DGN";
 // Registers the nine commands, in table order.
 void registerCommands();
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands
 
 // Switches the resource source to the module's resource library (or to
 // the module itself when it has none) for the scope's lifetime.

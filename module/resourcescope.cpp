@@ -1,6 +1,6 @@
 #include "module.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 ModuleState& moduleState()
 {
@@ -8,11 +8,11 @@ ModuleState& moduleState()
     return state;
 }
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands
 
 ResourceScope::ResourceScope() : m_saved(koraCurrentResourceHandle())
 {
-    const dgn::ModuleState& state = dgn::moduleState();
+    const Kora::DgnCommands::ModuleState& state = Kora::DgnCommands::moduleState();
     koraSetResourceHandle(state.resourceInstance ? state.resourceInstance : state.moduleInstance);
 }
 
@@ -21,8 +21,8 @@ ResourceScope::~ResourceScope() { koraSetResourceHandle(m_saved); }
 KoString loadLocalString(unsigned id, const wchar_t* fallback)
 {
     KoString text;
-    const KoInstanceHandle previous = koraSetResourceHandle(dgn::moduleState().resourceInstance);
-    text.loadString(id);
+    const KoInstanceHandle previous = koraSetResourceHandle(Kora::DgnCommands::moduleState().resourceInstance);
+    koraLoadString(id, text);
     // A null source before the switch is left as the switch made it.
     if (previous) koraSetResourceHandle(previous);
     if (text.isEmpty() && fallback && *fallback) text = fallback;

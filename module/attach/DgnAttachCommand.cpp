@@ -9,8 +9,8 @@ void DgnAttachCommand::run()
 {
     ResourceScope scope;
     const int fileDia = fileDialogSetting();
-    if (m_commandLineMode) dgn::attachAtCommandLine();
-    else dgn::attachWithDialog(fileDia);
+    if (m_commandLineMode) Kora::DgnCommands::attachAtCommandLine();
+    else Kora::DgnCommands::attachWithDialog(fileDia);
 }
 
 int DgnAttachCommand::fileDialogSetting()
@@ -20,9 +20,9 @@ int DgnAttachCommand::fileDialogSetting()
     return koedGetVar(L"FILEDIA", &value) == KORTNORM ? value.resval.rint : 1;
 }
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 void attachWithDialog(int) {}
 void attachAtCommandLine() {}
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

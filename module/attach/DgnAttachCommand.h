@@ -3,7 +3,7 @@
 #include "commandobject.h"
 
 // DGNATTACH and -DGNATTACH.
-class DgnAttachCommand : public dgn::CommandObject {
+class DgnAttachCommand : public Kora::DgnCommands::CommandObject {
 public:
     KORX_DECLARE_MEMBERS(DgnAttachCommand)
     void setCommandLineMode(bool on) { m_commandLineMode = on; }
@@ -12,8 +12,8 @@ public:
     static int fileDialogSetting();
 };
 
-namespace dgn {
+namespace Kora::DgnCommands {
 // The attach flows. fileDia is the FILEDIA value the command read.
 void attachWithDialog(int fileDia);
 void attachAtCommandLine();
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

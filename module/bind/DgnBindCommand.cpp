@@ -7,13 +7,13 @@ KORX_DEFINE_MEMBERS(DgnBindCommand, KoEdCommand)
 void DgnBindCommand::run()
 {
     ResourceScope scope;
-    if (m_commandLineMode) dgn::bindByName();
-    else dgn::bindBySelection();
+    if (m_commandLineMode) Kora::DgnCommands::bindByName();
+    else Kora::DgnCommands::bindBySelection();
 }
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 void bindBySelection() {}
 void bindByName() {}
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -3,7 +3,7 @@
 #include "commandobject.h"
 
 // DGNBIND (by selection) and -DGNBIND (by name).
-class DgnBindCommand : public dgn::CommandObject {
+class DgnBindCommand : public Kora::DgnCommands::CommandObject {
 public:
     KORX_DECLARE_MEMBERS(DgnBindCommand)
     // The selection variant keeps the default mode; only the name variant
@@ -12,7 +12,7 @@ public:
     void run();
 };
 
-namespace dgn {
+namespace Kora::DgnCommands {
 void bindBySelection();
 void bindByName();
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -7,13 +7,13 @@ KORX_DEFINE_MEMBERS(DgnExportCommand, KoEdCommand)
 void DgnExportCommand::run()
 {
     ResourceScope scope;
-    if (m_commandLineMode) dgn::exportAtCommandLine();
-    else dgn::exportWithDialogs();
+    if (m_commandLineMode) Kora::DgnCommands::exportAtCommandLine();
+    else Kora::DgnCommands::exportWithDialogs();
 }
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 void exportWithDialogs() {}
 void exportAtCommandLine() {}
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -3,7 +3,7 @@
 #include "commandobject.h"
 
 // DGNEXPORT and -DGNEXPORT.
-class DgnExportCommand : public dgn::CommandObject {
+class DgnExportCommand : public Kora::DgnCommands::CommandObject {
 public:
     KORX_DECLARE_MEMBERS(DgnExportCommand)
     void setCommandLineMode(bool on) { m_commandLineMode = on; }
@@ -12,7 +12,7 @@ public:
     KoRxResourceInstance resourceInstance() const override { return KoRxResourceInstance(L""); }
 };
 
-namespace dgn {
+namespace Kora::DgnCommands {
 void exportWithDialogs();
 void exportAtCommandLine();
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -10,7 +10,7 @@
 #include "kora/dgn/dgnfile.h"
 #include "module.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 namespace {
 
@@ -164,4 +164,4 @@ KoString defaultSeedFile(int version, const KoString& storedSeedFileName)
     return catalogue.empty() ? KoString() : *catalogue.begin();
 }
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

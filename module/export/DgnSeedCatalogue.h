@@ -4,7 +4,7 @@
 // list the export settings dialog keeps in the host's configuration.
 //
 // A seed's unit names and 3D flag from its header are read with
-// dgn::dgnFileUnits (mapping/DgnUnits.h), which falls back to
+// Kora::DgnCommands::dgnFileUnits (mapping/DgnUnits.h), which falls back to
 // seedUnitNamesByFileName for a header without models.
 #pragma once
 
@@ -16,7 +16,7 @@
 // Full seed paths, ordered ordinally (case-sensitive) by the whole path.
 using DgnSeedCatalogue = std::set<KoString>;
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 // The per-user template folder + "/" + the file name.
 KoString seedFilePath(const KoString& fileName);
@@ -53,4 +53,4 @@ void loadSeedList(int version, DgnSeedCatalogue& target);
 // for letter, one of the version's built-in seeds, else the first of them.
 KoString defaultSeedFile(int version, const KoString& storedSeedFileName);
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -7,13 +7,13 @@ KORX_DEFINE_MEMBERS(DgnImportCommand, KoEdCommand)
 void DgnImportCommand::run()
 {
     ResourceScope scope;
-    if (m_commandLineMode) dgn::importAtCommandLine();
-    else dgn::importWithDialogs();
+    if (m_commandLineMode) Kora::DgnCommands::importAtCommandLine();
+    else Kora::DgnCommands::importWithDialogs();
 }
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 void importWithDialogs() {}
 void importAtCommandLine() {}
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -3,14 +3,14 @@
 #include "commandobject.h"
 
 // DGNIMPORT and -DGNIMPORT.
-class DgnImportCommand : public dgn::CommandObject {
+class DgnImportCommand : public Kora::DgnCommands::CommandObject {
 public:
     KORX_DECLARE_MEMBERS(DgnImportCommand)
     void setCommandLineMode(bool on) { m_commandLineMode = on; }
     void run();
 };
 
-namespace dgn {
+namespace Kora::DgnCommands {
 void importWithDialogs();
 void importAtCommandLine();
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

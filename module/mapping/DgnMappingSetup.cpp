@@ -23,7 +23,7 @@ const DgnMappingSetup* DgnMappingSetupStore::find(const KoString& name) const
 
 bool DgnMappingSetupStore::erase(const KoString& name) { return m_setups.erase(keyOf(name)) > 0; }
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 DgnMappingSetup standardMappingSetup()
 {
@@ -69,4 +69,4 @@ void fillDefaultLineWeights(DgnMappingTable& table, bool import)
     }
 }
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -64,7 +64,7 @@ private:
     Map m_setups;
 };
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 // The built-in setup every loaded store starts with: localised name and
 // description, kind -1, no mappings. It is never written to the file.
@@ -77,4 +77,4 @@ bool isStandardSetupName(const KoString& name);
 // millimetre on import, the reverse on export.
 void fillDefaultLineWeights(DgnMappingTable& table, bool import);
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -11,7 +11,7 @@
 #include "kora/profile.h"
 #include "kora/userpaths.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 namespace {
 
@@ -349,4 +349,4 @@ bool renameMappingSetup(DgnMappingSetupStore& store, const KoString& oldName, co
     return true;
 }
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -9,7 +9,7 @@
 #include "kora/kostring.h"
 #include "mapping/DgnMappingSetup.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 // The file's full path, computed on first use and kept for the module's
 // lifetime.
@@ -45,4 +45,4 @@ bool deleteMappingSetup(DgnMappingSetupStore& store, const KoString& name);
 // no setup under the old name or another setup already has the new name.
 bool renameMappingSetup(DgnMappingSetupStore& store, const KoString& oldName, const KoString& newName);
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

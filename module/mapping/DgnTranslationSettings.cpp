@@ -6,7 +6,7 @@
 #include "kora/profile.h"
 #include "mapping/DgnSetupFile.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 namespace {
 
@@ -168,4 +168,4 @@ void saveExportChoices(const DgnExportChoices& choices)
     writeExportSettings(settings);
 }
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

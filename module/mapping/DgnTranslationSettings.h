@@ -43,7 +43,7 @@ struct DgnExportChoices {
     int translationOption = 2;
 };
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 // Read the first section whose name contains "IMPORTSECTION" (respectively
 // "EXPORTSECTION"); false, with the record untouched, when there is none.
@@ -68,4 +68,4 @@ void saveImportChoices(const DgnImportChoices& choices);
 void loadExportChoices(DgnExportChoices& choices);
 void saveExportChoices(const DgnExportChoices& choices);
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -1,12 +1,13 @@
 #include "mapping/DgnUnits.h"
 
 #include "export/DgnSeedCatalogue.h"
+#include "kora/dxf/dxf.h"
 #include "kora/status.h"
 #include "kora/db/database.h"
 #include "kora/dgn/dgnfile.h"
 #include "module.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 namespace {
 
@@ -76,7 +77,7 @@ void readDrawingNames(const KoString& path, DgnMappingSetup& record)
     const int dot = path.reverseFind(L'.');
     if (dot < 0 || !path.mid(dot).equalsNoCase(L".dxf")) return;
     KoDbDatabase drawing(false);
-    if (drawing.readDxfFile(path) != Kora::eOk) return;
+    if (kodbReadDxfFile(drawing, path) != Kora::eOk) return;
     std::vector<KoString> layers, linetypes;
     symbolTableNames(drawing.layerTableId(), layers);
     symbolTableNames(drawing.linetypeTableId(), linetypes);
@@ -84,4 +85,4 @@ void readDrawingNames(const KoString& path, DgnMappingSetup& record)
     enterNames(linetypes, record.lineTypeMap, record.lineTypeCount);
 }
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

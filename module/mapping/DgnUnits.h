@@ -5,7 +5,7 @@
 #include "kora/kostring.h"
 #include "mapping/DgnMappingSetup.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 // The localised full name of a unit abbreviation, compared with its case
 // ("Mm" megametres, "mm" millimetres); "custom" for anything unknown.
@@ -22,4 +22,4 @@ bool dgnFileUnits(const KoString& path, KoString& masterName, KoString& subName,
 // file, or one that cannot be read, leaves the record as it was.
 void readDrawingNames(const KoString& path, DgnMappingSetup& record);
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

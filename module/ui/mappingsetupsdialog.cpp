@@ -1,7 +1,7 @@
 #include "mappingsetupsdialog.h"
 
-namespace dgn {
+namespace Kora::DgnCommands {
 
 void runMappingSetupsDialog() {}
 
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

@@ -1,7 +1,7 @@
 #pragma once
 
-namespace dgn {
+namespace Kora::DgnCommands {
 // Runs the mapping setups dialog modally: kind restriction 0 (all setups)
 // and no setup preselected.
 void runMappingSetupsDialog();
-}  // namespace dgn
+}  // namespace Kora::DgnCommands

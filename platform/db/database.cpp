@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "dbimpl.h"
-#include "kora/db/dxf.h"
 
 namespace {
 
@@ -122,74 +121,6 @@ void KoDbAccess::swap(KoDbDatabase& a, KoDbDatabase& b)
 }
 
 const KoString& KoDbDatabase::filename() const { return m_impl->filename; }
-
-Kora::ErrorStatus KoDbDatabase::readDxfFile(const KoString& path, KoString* message)
-{
-    return kodbReadDxfFile(*this, path, message);
-}
-
-namespace {
-
-KoString osError(const KoString& path, const char* what)
-{
-    return KoString::format(L"%s: %hs: %hs", path.c_str(), what, std::strerror(errno));
-}
-
-}  // namespace
-
-Kora::ErrorStatus KoDbDatabase::dxfOut(const KoString& path, KoString* message) const
-{
-    // The new file goes next to the old one and replaces it only when it is
-    // complete on disk, so a failure leaves the old file as it was.
-    const std::string target = path.toUtf8();
-    const size_t slash = target.rfind('/');
-    std::string temp = (slash == std::string::npos ? std::string() : target.substr(0, slash + 1)) + ".kora-dxf-XXXXXX";
-    const int fd = mkstemp(temp.data());
-    if (fd < 0) {
-        if (message) *message = osError(path, "cannot create a file in its folder");
-        return Kora::eFileAccessErr;
-    }
-    struct FileSink : KoDbDxfSink {
-        int fd;
-        explicit FileSink(int f) : fd(f) {}
-        bool write(const char* p, size_t left) override
-        {
-            while (left > 0) {
-                const ssize_t n = ::write(fd, p, left);
-                if (n < 0 && errno == EINTR) continue;
-                if (n <= 0) return false;
-                p += n;
-                left -= static_cast<size_t>(n);
-            }
-            return true;
-        }
-    } sink(fd);
-    Kora::ErrorStatus es = kodbWriteDxfTo(*this, sink);
-    int savedErrno = errno;
-    if (es == Kora::eOk && ::fsync(fd) != 0) {
-        es = Kora::eFileWriteError;
-        savedErrno = errno;
-    }
-    struct stat old;
-    ::fchmod(fd, ::stat(target.c_str(), &old) == 0 ? (old.st_mode & 07777) : 0644);
-    if (::close(fd) != 0 && es == Kora::eOk) {
-        es = Kora::eFileWriteError;
-        savedErrno = errno;
-    }
-    if (es != Kora::eOk) {
-        errno = savedErrno;
-        if (message) *message = osError(path, "write failed");
-        ::unlink(temp.c_str());
-        return es;
-    }
-    if (::rename(temp.c_str(), target.c_str()) != 0) {
-        if (message) *message = osError(path, "cannot replace the file");
-        ::unlink(temp.c_str());
-        return Kora::eFileAccessErr;
-    }
-    m_impl->filename = path;
-    return Kora::eOk;
-}
 
 KoDbObjectId KoDbDatabase::blockTableId() const { return m_impl->blockTable; }
 KoDbObjectId KoDbDatabase::layerTableId() const { return m_impl->layerTable; }

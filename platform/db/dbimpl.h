@@ -31,7 +31,7 @@ struct KoDbObject::Extra {
     KoDbDxfTags preserved;
 };
 
-struct KoDbDatabase::Impl {
+struct KORA_API KoDbDatabase::Impl {
     KoDbDatabase* self = nullptr;
     std::deque<KoDbStub> stubs;
     std::unordered_map<uint64_t, KoDbStub*> byHandle;
@@ -64,7 +64,7 @@ struct KoDbDatabase::Impl {
 };
 
 // Privileged access for the database's own code.
-struct KoDbAccess {
+struct KORA_API KoDbAccess {
     static KoDbDatabase::Impl& impl(const KoDbDatabase& db) { return *db.m_impl; }
     static KoDbStub* stub(const KoDbObject* o) { return o->m_stub; }
     static KoDbObject::Extra* extra(const KoDbObject* o) { return o->m_extra; }
@@ -94,11 +94,3 @@ T* kodbPeek(KoDbObjectId id)
 {
     return id.stub() && id.stub()->object ? T::cast(id.stub()->object) : nullptr;
 }
-
-// Where the DXF writer sends its text.
-struct KoDbDxfSink {
-    virtual ~KoDbDxfSink() = default;
-    virtual bool write(const char* data, size_t size) = 0;
-};
-// eFileWriteError when the sink refuses data.
-Kora::ErrorStatus kodbWriteDxfTo(const KoDbDatabase& database, KoDbDxfSink& sink);

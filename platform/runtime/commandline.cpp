@@ -69,7 +69,7 @@ void cmdAppload()
 {
     const KoString path = askString(L"\nEnter module file name: ", true);
     if (path.isEmpty()) return;
-    if (kora::detail::DynamicLinker::instance().loadModule(path, true) == Kora::eOk)
+    if (Kora::Runtime::DynamicLinker::instance().loadModule(path, true) == Kora::eOk)
         koutPrintf(L"\n\"%s\" loaded.", path.c_str());
 }
 
@@ -77,7 +77,7 @@ void cmdAppunload()
 {
     const KoString path = askString(L"\nEnter module file name to unload: ", true);
     if (path.isEmpty()) return;
-    if (kora::detail::DynamicLinker::instance().unloadModule(path, true) == Kora::eOk)
+    if (Kora::Runtime::DynamicLinker::instance().unloadModule(path, true) == Kora::eOk)
         koutPrintf(L"\n\"%s\" unloaded.", path.c_str());
 }
 
@@ -106,13 +106,13 @@ void runCommand(KoEdCommand& command)
 {
     // While a module's command runs, strings come from its resources.
     const KoInstanceHandle previous = koraSetResourceHandle(static_cast<KoInstanceHandle>(command.resourceInstance().handle()));
-    ++kora::detail::commandDepth();
+    ++Kora::Runtime::commandDepth();
     try {
         command.functionAddr()();
     } catch (...) {
         koutPrintf(L"\nThe command %s ended with an error.", command.globalName());
     }
-    --kora::detail::commandDepth();
+    --Kora::Runtime::commandDepth();
     koraSetResourceHandle(previous);
     // Work the command handed to the application context runs now, before
     // the next command (a script's next line included).
@@ -133,7 +133,7 @@ void koraRegisterHostCommands()
         {L"SCRIPT", cmdScript}, {L"HELP", cmdHelp},     {L"QUIT", cmdQuit},
     };
     for (const auto& c : commands) stack->addCommand(L"KORA", c.name, c.name, KORX_CMD_MODAL, c.function);
-    kora::detail::registerDrawingCommands(*stack);
+    Kora::Runtime::registerDrawingCommands(*stack);
 }
 
 bool koraRunCommand(const wchar_t* name)
@@ -177,7 +177,7 @@ Kora::ErrorStatus koraRunScript(const wchar_t* fileName)
 
 void koraRunScriptText(const KoString& text)
 {
-    kora::detail::ScriptBackend script(text.str(), koraEditorBackend());
+    Kora::Runtime::ScriptBackend script(text.str(), koraEditorBackend());
     KoEditorBackend* previous = koraSetEditorBackend(&script);
     while (!script.atEnd() && !g_quit) koraProcessCommand();
     koraSetEditorBackend(previous);
@@ -185,4 +185,4 @@ void koraRunScriptText(const KoString& text)
 
 bool koraQuitRequested() { return g_quit; }
 
-void koraUnloadAllModules() { kora::detail::DynamicLinker::instance().unloadAll(); }
+void koraUnloadAllModules() { Kora::Runtime::DynamicLinker::instance().unloadAll(); }

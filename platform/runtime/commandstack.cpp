@@ -2,11 +2,30 @@
 
 #include <algorithm>
 
+#include "loader.h"
+
 KORX_DEFINE_MEMBERS(KoEdCommand, KoRxObject)
 KORX_DEFINE_MEMBERS(KoEdCommandStack, KoRxObject)
 KORX_DEFINE_MEMBERS(KoRxDynamicLinker, KoRxObject)
 
-namespace kora::detail {
+namespace {
+
+// The system registry holds the runtime's linker and command stack from
+// the moment the runtime is loaded, before any module or host code asks.
+const bool g_registered = [] {
+    korxSysRegistry()->atPut(KORX_DYNAMIC_LINKER, new Kora::Runtime::DynamicLinker);
+    korxSysRegistry()->atPut(KORX_COMMAND_DOCK, new Kora::Runtime::CommandStack);
+    return true;
+}();
+
+}  // namespace
+
+KoRxResourceInstance::KoRxResourceInstance(const wchar_t* moduleName)
+    : m_handle(Kora::Runtime::DynamicLinker::instance().findModule(moduleName))
+{
+}
+
+namespace Kora::Runtime {
 
 Kora::ErrorStatus CommandStack::addCommand(const wchar_t* groupName, const wchar_t* globalName, const wchar_t* localName,
                                            int commandFlags, KoRxFunctionPtr function, KoEdUIContext* uiContext,
@@ -79,4 +98,4 @@ std::vector<KoEdCommand*> CommandStack::groupCommands(const wchar_t* groupName) 
     return commands;
 }
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

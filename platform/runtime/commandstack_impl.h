@@ -6,7 +6,7 @@
 
 #include "kora/commandstack.h"
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 // The record the stack keeps for each registered command.
 class RegisteredCommand final : public KoEdCommand {
@@ -59,4 +59,4 @@ private:
     std::vector<std::unique_ptr<RegisteredCommand>> m_commands;  // registration order
 };
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

@@ -3,6 +3,6 @@
 // above zero.
 #pragma once
 
-namespace kora::detail {
+namespace Kora::Runtime {
 int& commandDepth();
 }

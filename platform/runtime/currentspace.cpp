@@ -1,6 +1,6 @@
 #include "currentspace.h"
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 KoDbObjectId currentSpaceId(const KoDbDatabase& database)
 {
@@ -18,4 +18,4 @@ Kora::ErrorStatus appendToCurrentSpace(KoDbDatabase& database, KoDbEntity* entit
     return es;
 }
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

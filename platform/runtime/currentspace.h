@@ -4,10 +4,10 @@
 
 #include "kora/db/database.h"
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 KoDbObjectId currentSpaceId(const KoDbDatabase& database);
 // Appends the entity and closes it. On failure the caller still owns it.
 Kora::ErrorStatus appendToCurrentSpace(KoDbDatabase& database, KoDbEntity* entity, KoDbObjectId& id);
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "kora/dxf/dxf.h"
 #include "kora/editor.h"
 #include "kora/editorbackend.h"
 
@@ -75,7 +76,7 @@ Kora::ErrorStatus KoApDocManager::appContextOpenDocument(const wchar_t* fileName
         return Kora::eUnsupportedFileFormat;
     }
     auto database = std::make_unique<KoDbDatabase>(false);
-    const Kora::ErrorStatus es = database->readDxfFile(name, message);
+    const Kora::ErrorStatus es = kodbReadDxfFile(*database, name, message);
     if (es != Kora::eOk) return es;
     std::error_code ec;
     const KoString full = KoString::fromUtf8(fs::absolute(name.toUtf8(), ec).lexically_normal().string());
@@ -93,7 +94,7 @@ Kora::ErrorStatus KoApDocManager::saveDocument(KoApDocument* document, const wch
         if (message) *message = KoString::format(L"%s: this host saves drawings as DXF only.", target.c_str());
         return Kora::eUnsupportedFileFormat;
     }
-    const Kora::ErrorStatus es = document->database()->dxfOut(target, message);
+    const Kora::ErrorStatus es = kodbWriteDxfFile(*document->database(), target, message);
     if (es != Kora::eOk) return es;
     std::error_code ec;
     document->setFileName(KoString::fromUtf8(fs::absolute(target.toUtf8(), ec).lexically_normal().string()));
@@ -172,7 +173,7 @@ KoDbHostApplicationServices* kodbHostApplicationServices()
     return &services;
 }
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 int& commandDepth()
 {
@@ -180,6 +181,6 @@ int& commandDepth()
     return depth;
 }
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime
 
-bool koraCommandActive() { return kora::detail::commandDepth() > 0; }
+bool koraCommandActive() { return Kora::Runtime::commandDepth() > 0; }

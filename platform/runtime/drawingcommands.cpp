@@ -9,7 +9,7 @@
 
 #include "currentspace.h"
 #include "kora/docman.h"
-#include "kora/db/dxf.h"
+#include "kora/dxf/dxf.h"
 #include "kora/db/underlay.h"
 #include "kora/editor.h"
 #include "kora/selset.h"
@@ -30,7 +30,7 @@ void addEntity(KoDbDatabase& db, std::unique_ptr<KoDbEntity> entity)
 {
     entity->setDatabaseDefaults(&db);
     KoDbObjectId id;
-    if (kora::detail::appendToCurrentSpace(db, entity.get(), id) == Kora::eOk) entity.release();
+    if (Kora::Runtime::appendToCurrentSpace(db, entity.get(), id) == Kora::eOk) entity.release();
     else koedPrompt(L"\nThe entity could not be added to the drawing.");
 }
 
@@ -283,7 +283,7 @@ void cmdList()
     KoDbDatabase* db = workingDatabase();
     if (!db) return;
     KoDbBlockTableRecord* space = nullptr;
-    if (kodbOpenObject(space, kora::detail::currentSpaceId(*db), KoDb::kForRead) != Kora::eOk) return;
+    if (kodbOpenObject(space, Kora::Runtime::currentSpaceId(*db), KoDb::kForRead) != Kora::eOk) return;
     int count = 0;
     for (auto it = space->newIterator(); !it->done(); it->step()) {
         KoDbEntity* e = nullptr;
@@ -311,7 +311,7 @@ void cmdSelect()
 
 }  // namespace
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 void registerDrawingCommands(KoEdCommandStack& stack)
 {
@@ -326,4 +326,4 @@ void registerDrawingCommands(KoEdCommandStack& stack)
     for (const auto& c : commands) stack.addCommand(L"KORA", c.name, c.name, KORX_CMD_MODAL, c.function);
 }
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

@@ -2,6 +2,6 @@
 
 #include "kora/commandstack.h"
 
-namespace kora::detail {
+namespace Kora::Runtime {
 void registerDrawingCommands(KoEdCommandStack& stack);
 }

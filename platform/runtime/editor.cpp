@@ -116,7 +116,7 @@ int koutRelRb(koresbuf* chain)
 {
     while (chain) {
         koresbuf* next = chain->rbnext;
-        if (kora::detail::resbufHoldsText(chain->restype)) std::free(chain->resval.rstring);
+        if (Kora::Runtime::resbufHoldsText(chain->restype)) std::free(chain->resval.rstring);
         delete chain;
         chain = next;
     }
@@ -216,7 +216,7 @@ int koedGetPoint(const double* basePoint, const wchar_t* prompt, double result[3
     if (!result) return KORTREJ;
     const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : KoGePoint3d();
     return askValue(prompt, [&](const KoString& text, int, Match) {
-        const std::optional<KoGePoint3d> p = kora::detail::parsePoint(text, basePoint ? &base : nullptr);
+        const std::optional<KoGePoint3d> p = Kora::Runtime::parsePoint(text, basePoint ? &base : nullptr);
         if (!p) {
             print(L"\nInvalid point.");
             return static_cast<int>(KORTREJ);
@@ -224,7 +224,7 @@ int koedGetPoint(const double* basePoint, const wchar_t* prompt, double result[3
         result[0] = p->x;
         result[1] = p->y;
         result[2] = p->z;
-        kora::detail::lastPoint() = *p;
+        Kora::Runtime::lastPoint() = *p;
         return static_cast<int>(KORTNORM);
     });
 }
@@ -232,11 +232,11 @@ int koedGetPoint(const double* basePoint, const wchar_t* prompt, double result[3
 int koedGetDist(const double* basePoint, const wchar_t* prompt, double* result)
 {
     if (!result) return KORTREJ;
-    const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : kora::detail::lastPoint();
+    const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : Kora::Runtime::lastPoint();
     return askValue(prompt, [&](const KoString& text, int flags, Match) {
-        std::optional<double> d = kora::detail::parseReal(text);
+        std::optional<double> d = Kora::Runtime::parseReal(text);
         if (!d) {
-            if (const std::optional<KoGePoint3d> p = kora::detail::parsePoint(text, &base))
+            if (const std::optional<KoGePoint3d> p = Kora::Runtime::parsePoint(text, &base))
                 d = std::sqrt((p->x - base.x) * (p->x - base.x) + (p->y - base.y) * (p->y - base.y) + (p->z - base.z) * (p->z - base.z));
         }
         if (!d) {
@@ -252,11 +252,11 @@ int koedGetDist(const double* basePoint, const wchar_t* prompt, double* result)
 int koedGetAngle(const double* basePoint, const wchar_t* prompt, double* result)
 {
     if (!result) return KORTREJ;
-    const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : kora::detail::lastPoint();
+    const KoGePoint3d base = basePoint ? KoGePoint3d(basePoint[0], basePoint[1], basePoint[2]) : Kora::Runtime::lastPoint();
     return askValue(prompt, [&](const KoString& text, int, Match) {
         std::optional<double> a;
-        if (const std::optional<double> degrees = kora::detail::parseReal(text)) a = *degrees * M_PI / 180.0;
-        else if (const std::optional<KoGePoint3d> p = kora::detail::parsePoint(text, &base)) a = std::atan2(p->y - base.y, p->x - base.x);
+        if (const std::optional<double> degrees = Kora::Runtime::parseReal(text)) a = *degrees * M_PI / 180.0;
+        else if (const std::optional<KoGePoint3d> p = Kora::Runtime::parsePoint(text, &base)) a = std::atan2(p->y - base.y, p->x - base.x);
         if (!a) {
             print(L"\nRequires valid numeric angle or second point.");
             return static_cast<int>(KORTREJ);
@@ -270,7 +270,7 @@ int koedGetReal(const wchar_t* prompt, double* result)
 {
     if (!result) return KORTREJ;
     return askValue(prompt, [&](const KoString& text, int flags, Match) {
-        const std::optional<double> v = kora::detail::parseReal(text);
+        const std::optional<double> v = Kora::Runtime::parseReal(text);
         if (!v) {
             print(L"\nRequires numeric value.");
             return static_cast<int>(KORTREJ);
@@ -285,7 +285,7 @@ int koedGetInt(const wchar_t* prompt, int* result)
 {
     if (!result) return KORTREJ;
     return askValue(prompt, [&](const KoString& text, int flags, Match) {
-        const std::optional<double> v = kora::detail::parseReal(text);
+        const std::optional<double> v = Kora::Runtime::parseReal(text);
         if (!v || *v != std::floor(*v) || std::fabs(*v) > 32767) {
             print(L"\nRequires an integer between -32768 and 32767.");
             return static_cast<int>(KORTREJ);

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cwchar>
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 std::optional<double> parseReal(const KoString& text)
 {
@@ -48,4 +48,4 @@ KoGePoint3d& lastPoint()
     return point;
 }
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

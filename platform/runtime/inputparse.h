@@ -7,7 +7,7 @@
 #include "kora/db/geometry.h"
 #include "kora/kostring.h"
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 // "x,y" or "x,y,z"; "@dx,dy[,dz]" is relative to `base` (or to the last
 // point when base is null).
@@ -17,4 +17,4 @@ std::optional<double> parseReal(const KoString& text);
 // The last point given at any prompt (the origin at first).
 KoGePoint3d& lastPoint();
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

@@ -56,18 +56,18 @@ KoEdJig::DragStatus KoEdJig::refuse(const wchar_t* message)
 KoEdJig::DragStatus KoEdJig::acquirePoint(KoGePoint3d& point)
 {
     if (m_answer.isEmpty()) return kNull;
-    const std::optional<KoGePoint3d> p = kora::detail::parsePoint(m_answer, nullptr);
+    const std::optional<KoGePoint3d> p = Kora::Runtime::parsePoint(m_answer, nullptr);
     if (!p) return refuse(L"\nInvalid point.");
     point = *p;
     if (!(m_controls & kAccept3dCoordinates)) point.z = 0.0;
-    if (!(m_controls & kDontUpdateLastPoint)) kora::detail::lastPoint() = point;
+    if (!(m_controls & kDontUpdateLastPoint)) Kora::Runtime::lastPoint() = point;
     return kNormal;
 }
 
 KoEdJig::DragStatus KoEdJig::acquirePoint(KoGePoint3d& point, const KoGePoint3d& basePoint)
 {
     if (m_answer.isEmpty()) return kNull;
-    const std::optional<KoGePoint3d> p = kora::detail::parsePoint(m_answer, &basePoint);
+    const std::optional<KoGePoint3d> p = Kora::Runtime::parsePoint(m_answer, &basePoint);
     if (!p) return refuse(L"\nInvalid point.");
     point = *p;
     if (!(m_controls & kAccept3dCoordinates)) point.z = basePoint.z;
@@ -76,15 +76,15 @@ KoEdJig::DragStatus KoEdJig::acquirePoint(KoGePoint3d& point, const KoGePoint3d&
 
 KoEdJig::DragStatus KoEdJig::acquireDist(double& distance)
 {
-    return acquireDist(distance, kora::detail::lastPoint());
+    return acquireDist(distance, Kora::Runtime::lastPoint());
 }
 
 KoEdJig::DragStatus KoEdJig::acquireDist(double& distance, const KoGePoint3d& basePoint)
 {
     if (m_answer.isEmpty()) return kNull;
-    std::optional<double> d = kora::detail::parseReal(m_answer);
+    std::optional<double> d = Kora::Runtime::parseReal(m_answer);
     if (!d) {
-        const std::optional<KoGePoint3d> p = kora::detail::parsePoint(m_answer, &basePoint);
+        const std::optional<KoGePoint3d> p = Kora::Runtime::parsePoint(m_answer, &basePoint);
         if (!p) return refuse(L"\nRequires numeric distance or second point.");
         d = distanceBetween(*p, basePoint);
     }
@@ -96,17 +96,17 @@ KoEdJig::DragStatus KoEdJig::acquireDist(double& distance, const KoGePoint3d& ba
 
 KoEdJig::DragStatus KoEdJig::acquireAngle(double& angle)
 {
-    return acquireAngle(angle, kora::detail::lastPoint());
+    return acquireAngle(angle, Kora::Runtime::lastPoint());
 }
 
 KoEdJig::DragStatus KoEdJig::acquireAngle(double& angle, const KoGePoint3d& basePoint)
 {
     if (m_answer.isEmpty()) return kNull;
-    if (const std::optional<double> degrees = kora::detail::parseReal(m_answer)) {
+    if (const std::optional<double> degrees = Kora::Runtime::parseReal(m_answer)) {
         angle = *degrees * M_PI / 180.0;
         return kNormal;
     }
-    const std::optional<KoGePoint3d> p = kora::detail::parsePoint(m_answer, &basePoint);
+    const std::optional<KoGePoint3d> p = Kora::Runtime::parsePoint(m_answer, &basePoint);
     if (!p) return refuse(L"\nRequires valid numeric angle or second point.");
     angle = std::atan2(p->y - basePoint.y, p->x - basePoint.x);
     return kNormal;
@@ -117,6 +117,6 @@ KoDbObjectId KoEdJig::append()
     KoDbDatabase* db = kodbHostApplicationServices()->workingDatabase();
     KoDbEntity* ent = entity();
     KoDbObjectId id;
-    if (!db || !ent || kora::detail::appendToCurrentSpace(*db, ent, id) != Kora::eOk) return KoDbObjectId::kNull;
+    if (!db || !ent || Kora::Runtime::appendToCurrentSpace(*db, ent, id) != Kora::eOk) return KoDbObjectId::kNull;
     return id;
 }

@@ -9,7 +9,7 @@
 
 namespace fs = std::filesystem;
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 namespace {
 
@@ -185,7 +185,7 @@ void DynamicLinker::unloadAll()
     while (!m_modules.empty()) unload(*m_modules.back());
 }
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime
 
 unsigned koraGetModuleFileName(const void* address, wchar_t* buffer, unsigned size)
 {

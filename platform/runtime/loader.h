@@ -4,11 +4,11 @@
 #include <memory>
 #include <vector>
 
-#include "instance.h"
+#include "kora/instance.h"
 #include "kora/commandstack.h"
 #include "kora/rxmodule.h"
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 class DynamicLinker final : public KoRxDynamicLinker {
 public:
@@ -43,4 +43,4 @@ private:
     std::vector<std::unique_ptr<Module>> m_modules;
 };
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

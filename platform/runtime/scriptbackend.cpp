@@ -1,6 +1,6 @@
 #include "scriptbackend.h"
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 std::optional<KoString> ScriptBackend::readReply(const KoString& prompt, bool spacesAllowed)
 {
@@ -24,4 +24,4 @@ void ScriptBackend::print(const KoString& text)
     if (m_echo) m_echo->print(text);
 }
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

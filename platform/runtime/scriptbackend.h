@@ -6,7 +6,7 @@
 
 #include "kora/editorbackend.h"
 
-namespace kora::detail {
+namespace Kora::Runtime {
 
 class ScriptBackend final : public KoEditorBackend {
 public:
@@ -21,4 +21,4 @@ private:
     KoEditorBackend* m_echo;
 };
 
-}  // namespace kora::detail
+}  // namespace Kora::Runtime

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "currentspace.h"
-#include "kora/db/dxf.h"
+#include "kora/dxf/dxf.h"
 #include "kora/docman.h"
 #include "resbuf_internal.h"
 
@@ -74,7 +74,7 @@ bool passes(const koresbuf* filter, KoDbObjectId id)
 // drawing (model space and every sheet).
 KoDbObjectIdArray entitiesOf(KoDbDatabase& db, bool wholeDrawing)
 {
-    std::vector<KoDbObjectId> spaces{kora::detail::currentSpaceId(db)};
+    std::vector<KoDbObjectId> spaces{Kora::Runtime::currentSpaceId(db)};
     if (wholeDrawing) spaces = {db.modelSpaceId(), db.paperSpaceId()};
     KoDbObjectIdArray ids;
     for (KoDbObjectId spaceId : spaces) {
@@ -147,7 +147,7 @@ koresbuf* koutBuildList(int type, ...)
     koresbuf** tail = &head;
     for (int t = type; t != 0; t = va_arg(args, int)) {
         koresbuf* rb = koutNewRb(static_cast<short>(t));
-        if (kora::detail::resbufHoldsText(t)) {
+        if (Kora::Runtime::resbufHoldsText(t)) {
             const wchar_t* text = va_arg(args, const wchar_t*);
             const size_t bytes = (std::wcslen(text ? text : L"") + 1) * sizeof(wchar_t);
             rb->resval.rstring = static_cast<wchar_t*>(std::malloc(bytes));

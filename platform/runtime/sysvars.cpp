@@ -46,10 +46,6 @@ std::map<KoString, SysVar>& table()
         add(L"FILEDIA", KORTSHORT, L"1", 0, 1, L"Whether file dialogs are shown (1) or names are asked at the command line (0)");
         add(L"INSUNITS", KORTSHORT, L"4", 0, 24, L"Units of inserted content (drawing units code; 4 = millimetres)");
         add(L"UCSICON", KORTSHORT, L"3", 0, 3, L"Display of the coordinate-system icon (bit 1: on, bit 2: at the origin)");
-        // Any short value is stored: readers take 0 as "new drawing", 1 as
-        // "current drawing" and every other value as its second way.
-        add(L"DGNIMPORTMODE", KORTSHORT, L"1", 0, -1, L"Where DGNIMPORT puts a file: 0 a new drawing, 1 the current drawing, other values the current drawing in the second way");
-        add(L"_KX_DGNEXPORTTYPE", KORTSHORT, L"1", 0, 1, L"Default DGN version of -DGNEXPORT: 0 V8, 1 V7");
         return v;
     }();
     return vars;

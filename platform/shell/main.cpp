@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "kora/commandstack.h"
+#include "kora/dgn/hostservices.h"
 #include "kora/docman.h"
 #include "kora/editor.h"
 #include "kora/host.h"
@@ -108,7 +109,7 @@ int main(int argc, char** argv)
 
     std::error_code ec;
     const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
-    koraInstallMissingSeeds(KoString::fromUtf8((exe.parent_path().parent_path() / "share" / "kora" / "seeds").string()));
+    koraInstallMissingSeeds(koraInstalledSeedFolder());
     std::vector<fs::path> modules = autoload ? modulesBeside(exe) : std::vector<fs::path>{};
     for (const std::string& m : extraModules) modules.emplace_back(m);
     KoRxDynamicLinker* linker = KoRxDynamicLinker::cast(korxSysRegistry()->at(KORX_DYNAMIC_LINKER));

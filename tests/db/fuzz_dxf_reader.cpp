@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "kora/db/dxf.h"
+#include "kora/dxf/dxf.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -13,7 +13,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include "kora/db/dxf.h"
+#include "kora/dxf/dxf.h"
 #include "kora/db/underlay.h"
 #include "kora/db/units.h"
 
@@ -223,13 +223,13 @@ void roundTrip(const char* fixtureName)
     const fs::path out = workDir(std::string("rt-") + fixtureName) / fixtureName;
     KoDbDatabase db(false);
     KoString message;
-    ASSERT_EQ(db.readDxfFile(wide(in), &message), Kora::eOk) << message.toUtf8();
-    ASSERT_EQ(db.dxfOut(wide(out), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(db, wide(in), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbWriteDxfFile(db, wide(out), &message), Kora::eOk) << message.toUtf8();
     EXPECT_EQ(db.filename(), wide(out));
     expectAuditClean(out);
     expectSameInEzdxf(in, out);
     KoDbDatabase again(false);
-    ASSERT_EQ(again.readDxfFile(wide(out), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(again, wide(out), &message), Kora::eOk) << message.toUtf8();
     EXPECT_EQ(describe(db), describe(again));
     EXPECT_EQ(db.openObjectCount(), 0);
     EXPECT_EQ(again.openObjectCount(), 0);
@@ -409,7 +409,7 @@ TEST(KoDbDxf, PropertiesInAnotherWritersPlace)
 {
     KoDbDatabase db(false);
     KoString message;
-    ASSERT_EQ(db.readDxfFile(wide(fixture("ogr-mixed.dxf")), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(db, wide(fixture("ogr-mixed.dxf")), &message), Kora::eOk) << message.toUtf8();
     Found<KoDbHatch> fill(db);
     ASSERT_TRUE(fill);
     EXPECT_EQ(fill->colorIndex(), 4);
@@ -420,7 +420,7 @@ TEST(KoDbDxf, LayoutsPaperSpaceAndViewports)
 {
     KoDbDatabase db(false);
     KoString message;
-    ASSERT_EQ(db.readDxfFile(wide(fixture("layouts.dxf")), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(db, wide(fixture("layouts.dxf")), &message), Kora::eOk) << message.toUtf8();
     KoDbObjectPointer<KoDbDictionary> layouts(db.layoutDictionaryId());
     ASSERT_TRUE(layouts);
     EXPECT_EQ(layouts->numEntries(), 4);
@@ -447,7 +447,7 @@ TEST(KoDbDxf, DgnUnderlaysReadAndWritten)
 {
     KoDbDatabase db(false);
     KoString message;
-    ASSERT_EQ(db.readDxfFile(wide(fixture("underlays.dxf")), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(db, wide(fixture("underlays.dxf")), &message), Kora::eOk) << message.toUtf8();
     KoDbObjectPointer<KoDbDictionary> nod(db.namedObjectsDictionaryId());
     KoDbDictionary* dict = nullptr;
     ASSERT_EQ(nod->getAt(L"ACAD_DGNDEFINITIONS", dict, KoDb::kForRead), Kora::eOk);
@@ -502,10 +502,10 @@ TEST(KoDbDxf, DgnUnderlaysReadAndWritten)
         ref->close();
     }
     const fs::path out = workDir("underlays-made") / "made.dxf";
-    ASSERT_EQ(made.dxfOut(wide(out), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbWriteDxfFile(made, wide(out), &message), Kora::eOk) << message.toUtf8();
     expectAuditClean(out);
     KoDbDatabase back(false);
-    ASSERT_EQ(back.readDxfFile(wide(out), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(back, wide(out), &message), Kora::eOk) << message.toUtf8();
     EXPECT_EQ(describe(made), describe(back));
     Found<KoDbDgnReference> r(back);
     ASSERT_TRUE(r);
@@ -522,7 +522,7 @@ TEST(KoDbDxf, ContentAnExportScanLooksFor)
 {
     KoDbDatabase db(false);
     KoString message;
-    ASSERT_EQ(db.readDxfFile(wide(fixture("opaque.dxf")), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(db, wide(fixture("opaque.dxf")), &message), Kora::eOk) << message.toUtf8();
     const KoRxClass* unsupported[] = {KoDb3dSolid::desc(), KoDbSurface::desc(), KoDbBody::desc(), KoDbOleFrame::desc(),
                                       KoDbOle2Frame::desc()};
     int found = 0;
@@ -542,7 +542,7 @@ TEST(KoDbDxf, ContentAnExportScanLooksFor)
     EXPECT_FALSE(threeD) << "z = 5e-8 is flat";
 
     KoDbDatabase raised(false);
-    ASSERT_EQ(raised.readDxfFile(wide(fixture("three_d.dxf")), &message), Kora::eOk);
+    ASSERT_EQ(kodbReadDxfFile(raised, wide(fixture("three_d.dxf")), &message), Kora::eOk);
     Found<KoDbLine> line(raised);
     KoDbExtents ext;
     ASSERT_EQ(line->getGeomExtents(ext), Kora::eOk);
@@ -630,7 +630,7 @@ TEST(KoDbDxf, MalformedFilesFailWithFileAndLine)
         KoDbDatabase db;
         const KoDbObjectId model = db.modelSpaceId();
         KoString message;
-        EXPECT_EQ(db.readDxfFile(wide(p), &message), c.status);
+        EXPECT_EQ(kodbReadDxfFile(db, wide(p), &message), c.status);
         const std::string m = message.toUtf8();
         EXPECT_NE(m.find(p.string()), std::string::npos) << m;
         EXPECT_NE(m.find(c.says), std::string::npos) << m;
@@ -642,7 +642,7 @@ TEST(KoDbDxf, MalformedFilesFailWithFileAndLine)
     }
     KoDbDatabase db;
     KoString message;
-    EXPECT_EQ(db.readDxfFile(wide(dir / "missing.dxf"), &message), Kora::eFileNotFound);
+    EXPECT_EQ(kodbReadDxfFile(db, wide(dir / "missing.dxf"), &message), Kora::eFileNotFound);
     EXPECT_NE(message.toUtf8().find("missing.dxf"), std::string::npos);
 
     // The number error names the very line of the bad value.
@@ -699,7 +699,7 @@ TEST(KoDbDxf, SavesAreAtomic)
     writeFile(target, "old contents\n");
     KoDbDatabase db;
     KoString message;
-    ASSERT_EQ(db.dxfOut(wide(target), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbWriteDxfFile(db, wide(target), &message), Kora::eOk) << message.toUtf8();
     const std::string saved = fileText(target);
     EXPECT_NE(saved.find("AC1027"), std::string::npos);
 
@@ -718,7 +718,7 @@ TEST(KoDbDxf, SavesAreAtomic)
     struct rlimit small = old;
     small.rlim_cur = 100000;
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    const Kora::ErrorStatus es = db.dxfOut(wide(target), &message);
+    const Kora::ErrorStatus es = kodbWriteDxfFile(db, wide(target), &message);
     setrlimit(RLIMIT_FSIZE, &old);
     std::signal(SIGXFSZ, previous);
     EXPECT_EQ(es, Kora::eFileWriteError);
@@ -729,13 +729,13 @@ TEST(KoDbDxf, SavesAreAtomic)
     EXPECT_EQ(files, 1) << "the temporary file is removed";
 
     // A folder nobody can write into.
-    EXPECT_EQ(db.dxfOut(wide(target / "inside-a-file.dxf"), &message), Kora::eFileAccessErr);
+    EXPECT_EQ(kodbWriteDxfFile(db, wide(target / "inside-a-file.dxf"), &message), Kora::eFileAccessErr);
     if (geteuid() != 0) {
         const fs::path locked = dir / "locked";
         fs::create_directory(locked);
         writeFile(locked / "drawing.dxf", "keep\n");
         fs::permissions(locked, fs::perms::owner_read | fs::perms::owner_exec);
-        EXPECT_EQ(db.dxfOut(wide(locked / "drawing.dxf"), &message), Kora::eFileAccessErr);
+        EXPECT_EQ(kodbWriteDxfFile(db, wide(locked / "drawing.dxf"), &message), Kora::eFileAccessErr);
         fs::permissions(locked, fs::perms::owner_all);
         EXPECT_EQ(fileText(locked / "drawing.dxf"), "keep\n");
     }
@@ -826,10 +826,10 @@ TEST(KoDbDxf, DrawingMadeThroughTheApiPassesTheAudit)
     db.updateExt();
     const fs::path out = workDir("api") / "api.dxf";
     KoString message;
-    ASSERT_EQ(db.dxfOut(wide(out), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbWriteDxfFile(db, wide(out), &message), Kora::eOk) << message.toUtf8();
     expectAuditClean(out);
     KoDbDatabase back(false);
-    ASSERT_EQ(back.readDxfFile(wide(out), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(back, wide(out), &message), Kora::eOk) << message.toUtf8();
     EXPECT_EQ(describe(db), describe(back));
     Found<KoDbText> t(back);
     EXPECT_EQ(t->textString(), KoString(L"Ä^caret\nnewline")) << "control characters and carets survive";

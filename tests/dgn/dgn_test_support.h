@@ -13,7 +13,7 @@
 
 #include "kora/dgn/v7/reader.h"
 
-namespace DgnTest {
+namespace Kora::Test {
 
 inline std::filesystem::path sample(const std::string& name)
 {
@@ -22,7 +22,7 @@ inline std::filesystem::path sample(const std::string& name)
 
 inline std::vector<std::byte> sampleBytes(const std::string& name)
 {
-    auto bytes = Kora::DgnV7::readFileBytes(sample(name));
+    auto bytes = Kora::Dgn::V7::readFileBytes(sample(name));
     if (!bytes) ADD_FAILURE() << "missing fixture " << name << ": " << bytes.error().message;
     return bytes ? *bytes : std::vector<std::byte>{};
 }
@@ -64,7 +64,7 @@ struct OgrFeature {
     int type = 0, level = 0, colour = 0, weight = 0, style = 0;
     std::string text;
     std::string geometry;
-    std::vector<Kora::DgnV7::DoublePoint> points;
+    std::vector<Kora::Dgn::V7::DoublePoint> points;
     std::string styleString;
 };
 
@@ -102,7 +102,7 @@ inline std::vector<OgrFeature> ogrFeatures(const std::filesystem::path& file)
         for (const std::string& p : split(f[8], ';')) {
             if (p.empty()) continue;
             std::istringstream xyz(p);
-            Kora::DgnV7::DoublePoint point;
+            Kora::Dgn::V7::DoublePoint point;
             xyz >> point.x >> point.y >> point.z;
             feature.points.push_back(point);
         }
@@ -112,4 +112,4 @@ inline std::vector<OgrFeature> ogrFeatures(const std::filesystem::path& file)
     return features;
 }
 
-} // namespace DgnTest
+} // namespace Kora::Test

@@ -5,10 +5,11 @@
 #include <fstream>
 #include <set>
 
+#include "kora/atomicfile.h"
 #include "kora/dgn/v7/writer.h"
 
-using namespace Kora::DgnV7;
-using namespace DgnTest;
+using namespace Kora::Dgn::V7;
+using namespace Kora::Test;
 
 namespace {
 
@@ -207,7 +208,7 @@ std::filesystem::path writeSample(const std::filesystem::path& folder, bool is3d
     }
     const auto path = folder / (is3d ? "written3d.dgn" : "written2d.dgn");
     const auto bytes = writer.finish();
-    EXPECT_TRUE(writeFileAtomically(path, bytes));
+    EXPECT_TRUE(Kora::writeFileAtomically(path, bytes));
     return path;
 }
 

@@ -6,9 +6,9 @@
 #include "kora/dgn/v7/naming.h"
 #include "kora/dgn/v7/reader.h"
 
-using namespace Kora::DgnV7;
-using DgnTest::sample;
-using DgnTest::sampleBytes;
+using namespace Kora::Dgn::V7;
+using Kora::Test::sample;
+using Kora::Test::sampleBytes;
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include "kora/dgn/v7/writer.h"
 
-using namespace Kora::DgnV7;
-using namespace DgnTest;
+using namespace Kora::Dgn::V7;
+using namespace Kora::Test;
 
 namespace {
 
@@ -133,16 +133,3 @@ TEST(DgnWriter, ComputesCountsRangesAndRefusesWhatDoesNotFit)
     EXPECT_FALSE(shifted.toUor({1e9, 0, 0}, p)); // off the design plane
 }
 
-TEST(DgnWriter, WritesFilesAtomically)
-{
-    const auto folder = scratch("atomic");
-    const auto path = folder / "out.dgn";
-    const std::vector<std::byte> first(100, std::byte{1});
-    ASSERT_TRUE(writeFileAtomically(path, first));
-    EXPECT_EQ(*readFileBytes(path), first);
-    ASSERT_TRUE(writeFileAtomically(path, std::vector<std::byte>(10, std::byte{2})));
-    EXPECT_EQ(readFileBytes(path)->size(), 10u);
-    // Only the file itself is left behind, no temporary.
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator()), 1);
-    EXPECT_FALSE(writeFileAtomically(folder / "missing" / "out.dgn", first));
-}

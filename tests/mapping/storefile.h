@@ -11,7 +11,7 @@
 #include "kora/profile.h"
 #include "mapping/DgnSetupFile.h"
 
-inline std::filesystem::path storeFilePath() { return dgn::dgnSetupFilePath().toUtf8(); }
+inline std::filesystem::path storeFilePath() { return Kora::DgnCommands::dgnSetupFilePath().toUtf8(); }
 
 inline void writeStoreFile(const std::string& bytes)
 {
@@ -32,6 +32,6 @@ inline void removeStoreFile() { std::filesystem::remove(storeFilePath()); }
 inline KoString storedValue(const wchar_t* section, const wchar_t* key)
 {
     wchar_t buffer[4096] = {};
-    koGetPrivateProfileString(section, key, L"<missing>", buffer, 4096, dgn::dgnSetupFilePath());
+    koGetPrivateProfileString(section, key, L"<missing>", buffer, 4096, Kora::DgnCommands::dgnSetupFilePath());
     return buffer;
 }

@@ -17,7 +17,7 @@ protected:
     static DgnMappingSetupStore load()
     {
         DgnMappingSetupStore store;
-        dgn::loadMappingSetups(store);
+        Kora::DgnCommands::loadMappingSetups(store);
         return store;
     }
 };
@@ -62,18 +62,18 @@ TEST(MappingSetupModel, KeysAreUpperCasedNamesInOrdinalOrderAndTheFirstInsertion
 
 TEST(MappingSetupModel, StandardSetupAndDefaultLineWeights)
 {
-    const DgnMappingSetup standard = dgn::standardMappingSetup();
+    const DgnMappingSetup standard = Kora::DgnCommands::standardMappingSetup();
     EXPECT_EQ(standard.name, L"Standard");
     EXPECT_EQ(standard.description, L"Standard mapping setup");
     EXPECT_EQ(standard.isImport, -1);
     EXPECT_TRUE(standard.layerMap.empty() && standard.lineTypeMap.empty() && standard.lineWeightMap.empty()
                 && standard.colorMap.empty());
     EXPECT_TRUE(standard.section.isEmpty());
-    EXPECT_TRUE(dgn::isStandardSetupName(L"STANDARD"));
-    EXPECT_FALSE(dgn::isStandardSetupName(L"Standard "));
+    EXPECT_TRUE(Kora::DgnCommands::isStandardSetupName(L"STANDARD"));
+    EXPECT_FALSE(Kora::DgnCommands::isStandardSetupName(L"Standard "));
 
     DgnMappingTable weights{{L"stale", L"x"}};
-    dgn::fillDefaultLineWeights(weights, true);
+    Kora::DgnCommands::fillDefaultLineWeights(weights, true);
     EXPECT_EQ(weights.size(), 34u);
     EXPECT_FALSE(weights.contains(L"stale"));
     EXPECT_EQ(weights[L"11"], L"158");
@@ -84,7 +84,7 @@ TEST(MappingSetupModel, StandardSetupAndDefaultLineWeights)
     EXPECT_EQ(weights[L"ByCell"], L"ByBlock");
     EXPECT_EQ(weights[L"ByLevel"], L"ByLayer");
 
-    dgn::fillDefaultLineWeights(weights, false);
+    Kora::DgnCommands::fillDefaultLineWeights(weights, false);
     EXPECT_EQ(weights.size(), 26u);
     EXPECT_EQ(weights[L"5"], L"0");
     EXPECT_EQ(weights[L"158"], L"11");  // not the inverse of 12 and 13 importing as 158
@@ -98,7 +98,7 @@ TEST_F(SetupStoreTest, MissingFileGivesOnlyTheStandardSetup)
 {
     const DgnMappingSetupStore store = load();
     ASSERT_EQ(store.size(), 1u);
-    EXPECT_EQ(*store.find(L"standard"), dgn::standardMappingSetup());
+    EXPECT_EQ(*store.find(L"standard"), Kora::DgnCommands::standardMappingSetup());
     EXPECT_TRUE(storeFilePath().string().ends_with("/Support/DgnSetups.ini"));
 }
 
@@ -168,7 +168,7 @@ TEST_F(SetupStoreTest, SubstringSectionsAreReadAndStayAfterTheSaveRenumbers)
     EXPECT_EQ(store.find(L"Mine")->section, L"MyMappingSetup7");
 
     store.find(L"Mine")->layerMap[L"1"] = L"Edited";
-    dgn::saveMappingSetups(store);
+    Kora::DgnCommands::saveMappingSetups(store);
     EXPECT_EQ(storedValue(L"MappingSetup1", L"Name"), L"Mine");
     EXPECT_EQ(storedValue(L"MappingSetup1", L"DWGLayer0"), L"Edited");
     EXPECT_EQ(storedValue(L"MyMappingSetup7", L"Name"), L"Mine");
@@ -192,7 +192,7 @@ TEST_F(SetupStoreTest, SavingRenumbersInNameOrderAndErasesNothing)
                    "[Foreign]\nkey=value\n");
     DgnMappingSetupStore store = load();
     store.find(L"b")->layerMap.erase(L"z");
-    dgn::saveMappingSetups(store);
+    Kora::DgnCommands::saveMappingSetups(store);
 
     EXPECT_EQ(storedValue(L"MappingSetup1", L"Name"), L"A");
     EXPECT_EQ(storedValue(L"MappingSetup2", L"Name"), L"b");
@@ -233,7 +233,7 @@ TEST_F(SetupStoreTest, RoundTripKeepsEveryValueAndEveryUntouchedKey)
     roads.description = L"Straßen\r\nund\nWege";  // the file cannot hold the line breaks
     roads.layerMap = {{L"", L"from empty"}, {L"1", L""}, {L"Level 2", L"Kerbs"}};
     roads.lineTypeMap = {{L"0", L"CONTINUOUS"}};
-    dgn::fillDefaultLineWeights(roads.lineWeightMap, true);
+    Kora::DgnCommands::fillDefaultLineWeights(roads.lineWeightMap, true);
     roads.colorMap = {{L"1", L"red"}, {L"2", L"RGB:10,20,30"}};
     roads.layerCount = 3;
     roads.lineTypeCount = 1;
@@ -244,15 +244,15 @@ TEST_F(SetupStoreTest, RoundTripKeepsEveryValueAndEveryUntouchedKey)
     rivers.layerCount = 150;
     store.insert(roads);
     store.insert(rivers);
-    dgn::saveMappingSetups(store);
-    koWritePrivateProfileString(L"MappingSetup1", L"Owner", L"survey", dgn::dgnSetupFilePath());
+    Kora::DgnCommands::saveMappingSetups(store);
+    koWritePrivateProfileString(L"MappingSetup1", L"Owner", L"survey", Kora::DgnCommands::dgnSetupFilePath());
     EXPECT_EQ(storedValue(L"MappingSetup1", L"DWGLayer149"), L"WATER99");  // rivers sorts first
 
     DgnMappingSetupStore first = load();
     EXPECT_EQ(first.find(L"Roads")->description, L"Straßen und Wege");
     store.find(L"Roads")->description = L"Straßen und Wege";
     EXPECT_EQ(first, store);
-    dgn::saveMappingSetups(first);
+    Kora::DgnCommands::saveMappingSetups(first);
     const DgnMappingSetupStore second = load();
     EXPECT_EQ(second, first);
     EXPECT_EQ(storedValue(L"MappingSetup1", L"Owner"), L"survey");
@@ -264,21 +264,21 @@ TEST_F(SetupStoreTest, DeleteAndRenameTouchOnlyTheirSection)
                    "[MappingSetup3]\nName=Gamma\nisImport=1\n[]\nName=nameless\n");
     DgnMappingSetupStore store = load();
 
-    EXPECT_FALSE(dgn::deleteMappingSetup(store, L"nothing"));
-    EXPECT_TRUE(dgn::deleteMappingSetup(store, L"BETA"));
+    EXPECT_FALSE(Kora::DgnCommands::deleteMappingSetup(store, L"nothing"));
+    EXPECT_TRUE(Kora::DgnCommands::deleteMappingSetup(store, L"BETA"));
     EXPECT_EQ(store.find(L"Beta"), nullptr);
     EXPECT_EQ(storedValue(L"MappingSetup2", L"Name"), L"<missing>");
 
     // The standard setup has no section: deleting it touches no file
     // section, not even one with an empty name.
     const std::string before = readStoreFile();
-    EXPECT_TRUE(dgn::deleteMappingSetup(store, L"Standard"));
+    EXPECT_TRUE(Kora::DgnCommands::deleteMappingSetup(store, L"Standard"));
     EXPECT_EQ(readStoreFile(), before);
 
-    EXPECT_FALSE(dgn::renameMappingSetup(store, L"missing", L"Other"));
+    EXPECT_FALSE(Kora::DgnCommands::renameMappingSetup(store, L"missing", L"Other"));
     EXPECT_EQ(readStoreFile(), before);
 
-    EXPECT_TRUE(dgn::renameMappingSetup(store, L"alpha", L"Delta"));
+    EXPECT_TRUE(Kora::DgnCommands::renameMappingSetup(store, L"alpha", L"Delta"));
     EXPECT_EQ(store.find(L"Alpha"), nullptr);
     EXPECT_EQ(store.find(L"DELTA")->name, L"Delta");
     EXPECT_EQ(store.find(L"DELTA")->section, L"MappingSetup1");
@@ -287,19 +287,19 @@ TEST_F(SetupStoreTest, DeleteAndRenameTouchOnlyTheirSection)
     EXPECT_EQ(readStoreFile(), expected);
 
     // A change of letter case alone renames in place.
-    EXPECT_TRUE(dgn::renameMappingSetup(store, L"Delta", L"DELTA"));
+    EXPECT_TRUE(Kora::DgnCommands::renameMappingSetup(store, L"Delta", L"DELTA"));
     EXPECT_EQ(store.find(L"delta")->name, L"DELTA");
     EXPECT_EQ(storedValue(L"MappingSetup1", L"Name"), L"DELTA");
 
-    dgn::loadMappingSetups(store);
+    Kora::DgnCommands::loadMappingSetups(store);
     EXPECT_EQ(names(store), (std::vector<KoString>{L"DELTA", L"Gamma", L"Standard"}));
 
     // Renaming onto another setup's name keeps that setup in the store and
     // drops the renamed one; in the file the section listed first wins.
-    EXPECT_TRUE(dgn::renameMappingSetup(store, L"DELTA", L"gamma"));
+    EXPECT_TRUE(Kora::DgnCommands::renameMappingSetup(store, L"DELTA", L"gamma"));
     EXPECT_EQ(names(store), (std::vector<KoString>{L"Gamma", L"Standard"}));
     EXPECT_EQ(storedValue(L"MappingSetup1", L"Name"), L"gamma");
-    dgn::loadMappingSetups(store);
+    Kora::DgnCommands::loadMappingSetups(store);
     EXPECT_EQ(names(store), (std::vector<KoString>{L"gamma", L"Standard"}));
 }
 
@@ -308,9 +308,9 @@ TEST_F(SetupStoreTest, SavingNeverOverwritesASetupTheStoreDoesNotKnow)
     writeStoreFile("[MappingSetup1]\nName=Alpha\n");
     DgnMappingSetupStore store = load();
     // Another program adds a setup after the store was read.
-    koWritePrivateProfileString(L"MappingSetup2", L"Name", L"Theirs", dgn::dgnSetupFilePath());
+    koWritePrivateProfileString(L"MappingSetup2", L"Name", L"Theirs", Kora::DgnCommands::dgnSetupFilePath());
     store.insert(setup(L"Beta", 1));
-    dgn::saveMappingSetups(store);
+    Kora::DgnCommands::saveMappingSetups(store);
 
     EXPECT_EQ(storedValue(L"MappingSetup2", L"Name"), L"Theirs");
     EXPECT_EQ(store.find(L"Beta")->section, L"MappingSetup3");
@@ -333,7 +333,7 @@ TEST_F(SetupStoreTest, OnlySectionNamesThatFitTheListingAreSeen)
     EXPECT_EQ(store.find(L"Setup139"), nullptr);
 
     // Saving writes the setups it knows and loses none of the others.
-    dgn::saveMappingSetups(store);
+    Kora::DgnCommands::saveMappingSetups(store);
     for (int i = 0; i < 40; ++i) {
         const KoString section = KoString::fromUtf8("MappingSetup" + std::string(45, 'x') + std::to_string(100 + i));
         EXPECT_EQ(storedValue(section, L"Name"), KoString::format(L"Setup%d", 100 + i));
@@ -352,7 +352,7 @@ TEST_F(SetupStoreTest, DamagedFilesLoadWhatCanBeReadAndSaveLosesNothing)
     ASSERT_NE(store.find(L"Good"), nullptr);
     EXPECT_EQ(store.find(L"Good")->layerMap, (DgnMappingTable{{L"1", L"One"}}));
     store.insert(setup(L"Added", 1));
-    dgn::saveMappingSetups(store);
+    Kora::DgnCommands::saveMappingSetups(store);
     const std::string saved = readStoreFile();
     EXPECT_EQ(saved.substr(0, garbage.size()), garbage);
     EXPECT_NE(saved.find("[MappingSetup2\n"), std::string::npos);
@@ -379,7 +379,7 @@ TEST_F(SetupStoreTest, Utf16FilesFromAnotherSystemReadAndStayUtf16)
     EXPECT_EQ(store.find(L"Straßen")->layerMap, (DgnMappingTable{{L"Ebene 1", L"Fahrbahn"}}));
 
     store.insert(setup(L"Alpha", 0));
-    dgn::saveMappingSetups(store);
+    Kora::DgnCommands::saveMappingSetups(store);
     EXPECT_TRUE(readStoreFile().starts_with("\xFF\xFE[\0M\0"));
     EXPECT_EQ(names(load()), (std::vector<KoString>{L"Alpha", L"Standard", L"Straßen"}));
 }

@@ -28,13 +28,13 @@ TEST_F(TranslationSettingsTest, MissingSectionLeavesEverythingAsItWas)
 {
     DgnImportSettings imported;
     imported.translationOption = 1;
-    EXPECT_FALSE(dgn::readImportSettings(imported));
+    EXPECT_FALSE(Kora::DgnCommands::readImportSettings(imported));
     EXPECT_EQ(imported.translationOption, 1);
     DgnExportSettings exported;
-    EXPECT_FALSE(dgn::readExportSettings(exported));
+    EXPECT_FALSE(Kora::DgnCommands::readExportSettings(exported));
 
     writeStoreFile("[EXPORTSECTION]\nSeedFileName=/seeds/a.dgn\n");
-    EXPECT_TRUE(dgn::readExportSettings(exported));
+    EXPECT_TRUE(Kora::DgnCommands::readExportSettings(exported));
     EXPECT_EQ(exported.seedFileName, L"/seeds/a.dgn");
     EXPECT_EQ(exported.existingXRefOperation, -1);
     EXPECT_EQ(exported.isMasterUnits, -1);
@@ -47,13 +47,13 @@ TEST_F(TranslationSettingsTest, TheFirstMatchingSectionIsReadAndTheExactOneWritt
     writeStoreFile("[OLDIMPORTSECTION]\nTranslationOption=0\nMappingSetupName=Old\n"
                    "[IMPORTSECTION]\nTranslationOption=1\nMappingSetupName=Current\n");
     DgnImportSettings settings;
-    ASSERT_TRUE(dgn::readImportSettings(settings));
+    ASSERT_TRUE(Kora::DgnCommands::readImportSettings(settings));
     EXPECT_EQ(settings.translationOption, 0);
     EXPECT_EQ(settings.mappingSetupName, L"Old");
 
     settings.mappingSetupName = L"Saved";
     settings.explodeTextNode = 1;
-    dgn::writeImportSettings(settings);
+    Kora::DgnCommands::writeImportSettings(settings);
     EXPECT_EQ(readStoreFile(),
               "[OLDIMPORTSECTION]\nTranslationOption=0\nMappingSetupName=Old\n"
               "[IMPORTSECTION]\nTranslationOption=0\nMappingSetupName=Saved\n"
@@ -61,7 +61,7 @@ TEST_F(TranslationSettingsTest, TheFirstMatchingSectionIsReadAndTheExactOneWritt
 
     removeStoreFile();
     DgnExportSettings exported{1, 0, L"Roads", L"/seeds/V8-Metric-Seed2D.dgn", 2};
-    dgn::writeExportSettings(exported);
+    Kora::DgnCommands::writeExportSettings(exported);
     EXPECT_EQ(readStoreFile(), "[EXPORTSECTION]\nExistingXRefOperation=1\nIsMasterUnits=0\nTranslationOption=2\n"
                                "MappingSetupName=Roads\nSeedFileName=/seeds/V8-Metric-Seed2D.dgn\n");
 }
@@ -70,14 +70,14 @@ TEST_F(TranslationSettingsTest, StoredValuesOutOfRangeAreIgnoredOneByOne)
 {
     DgnImportChoices choices;
     choices.translationOption = 1;
-    dgn::takeStoredSettings(DgnImportSettings{5, 1, 0, L"Roads", 3}, choices);
+    Kora::DgnCommands::takeStoredSettings(DgnImportSettings{5, 1, 0, L"Roads", 3}, choices);
     EXPECT_EQ(choices.existingXRefOperation, 2);
     EXPECT_EQ(choices.explodeTextNode, 1);
     EXPECT_EQ(choices.units, 1);  // IsMasterUnits 0: sub units
     EXPECT_EQ(choices.mappingSetupName, L"Roads");
     EXPECT_EQ(choices.translationOption, 1);
 
-    dgn::takeStoredSettings(DgnImportSettings{0, -1, -1, L"", 0}, choices);
+    Kora::DgnCommands::takeStoredSettings(DgnImportSettings{0, -1, -1, L"", 0}, choices);
     EXPECT_EQ(choices.existingXRefOperation, 0);
     EXPECT_EQ(choices.explodeTextNode, 1);
     EXPECT_EQ(choices.units, 1);
@@ -85,12 +85,12 @@ TEST_F(TranslationSettingsTest, StoredValuesOutOfRangeAreIgnoredOneByOne)
     EXPECT_EQ(choices.translationOption, 0);
 
     DgnExportChoices exported;
-    dgn::takeStoredSettings(DgnExportSettings{-1, -1, L"Rivers", L"/s.dgn", 7}, exported);
+    Kora::DgnCommands::takeStoredSettings(DgnExportSettings{-1, -1, L"Rivers", L"/s.dgn", 7}, exported);
     EXPECT_EQ(exported.translationOption, 2);
     EXPECT_EQ(exported.useSubUnits, 0);
     EXPECT_EQ(exported.existingXRefOperation, 2);
     EXPECT_EQ(exported.seedFileName, L"/s.dgn");
-    dgn::takeStoredSettings(DgnExportSettings{1, 0, L"Rivers", L"/s.dgn", 1}, exported);
+    Kora::DgnCommands::takeStoredSettings(DgnExportSettings{1, 0, L"Rivers", L"/s.dgn", 1}, exported);
     EXPECT_EQ(exported.translationOption, 1);
     EXPECT_EQ(exported.useSubUnits, 1);
     EXPECT_EQ(exported.existingXRefOperation, 1);
@@ -103,48 +103,48 @@ TEST_F(TranslationSettingsTest, ImportChoicesRoundTripThroughTheFileAndTheImport
     // back as 2.
     ASSERT_EQ(koraSetSysVarText(L"DGNIMPORTMODE", L"7"), KORTNORM);
     DgnImportChoices choices;
-    dgn::loadImportChoices(choices);
+    Kora::DgnCommands::loadImportChoices(choices);
     EXPECT_TRUE(choices.importIntoCurrent);
     EXPECT_EQ(choices.importAlternative, 0);
     EXPECT_EQ(choices.units, 1);
 
     koraSetSysVarText(L"DGNIMPORTMODE", L"1");
-    dgn::saveImportChoices(choices);
+    Kora::DgnCommands::saveImportChoices(choices);
     EXPECT_EQ(importMode(), 2);
     EXPECT_EQ(storedValue(L"IMPORTSECTION", L"IsMasterUnits"), L"0");
     EXPECT_EQ(storedValue(L"IMPORTSECTION", L"ExplodeTextNode"), L"1");
     EXPECT_EQ(storedValue(L"IMPORTSECTION", L"TranslationOption"), L"2");
 
     koraSetSysVarText(L"DGNIMPORTMODE", L"0");
-    dgn::loadImportChoices(choices);
+    Kora::DgnCommands::loadImportChoices(choices);
     EXPECT_FALSE(choices.importIntoCurrent);
     EXPECT_EQ(choices.importAlternative, 1);
     koraSetSysVarText(L"DGNIMPORTMODE", L"2");
-    dgn::saveImportChoices(choices);
+    Kora::DgnCommands::saveImportChoices(choices);
     EXPECT_EQ(importMode(), 0);
 
     choices.importIntoCurrent = true;
-    dgn::saveImportChoices(choices);
+    Kora::DgnCommands::saveImportChoices(choices);
     EXPECT_EQ(importMode(), 1);
 
     // A units value other than master or sub keeps what the file holds.
     choices.units = 7;
-    dgn::saveImportChoices(choices);
+    Kora::DgnCommands::saveImportChoices(choices);
     EXPECT_EQ(storedValue(L"IMPORTSECTION", L"IsMasterUnits"), L"0");
 }
 
 TEST_F(TranslationSettingsTest, ExportChoicesRoundTrip)
 {
     DgnExportChoices choices;
-    dgn::loadExportChoices(choices);
+    Kora::DgnCommands::loadExportChoices(choices);
     EXPECT_EQ(choices.translationOption, 2);
     EXPECT_EQ(choices.existingXRefOperation, 2);
     EXPECT_EQ(choices.useSubUnits, 0);
 
     choices = {0, 1, L"Rivers", L"/seeds/a.dgn", 1};
-    dgn::saveExportChoices(choices);
+    Kora::DgnCommands::saveExportChoices(choices);
     DgnExportChoices loaded;
-    dgn::loadExportChoices(loaded);
+    Kora::DgnCommands::loadExportChoices(loaded);
     EXPECT_EQ(loaded.existingXRefOperation, 0);
     EXPECT_EQ(loaded.useSubUnits, 1);
     EXPECT_EQ(loaded.mappingSetupName, L"Rivers");

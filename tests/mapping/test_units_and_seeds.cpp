@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "export/DgnSeedCatalogue.h"
+#include "kora/dxf/dxf.h"
 #include "kora/config.h"
 #include "kora/userpaths.h"
 #include "kora/db/database.h"
@@ -33,23 +34,23 @@ KoString wide(const fs::path& path) { return KoString::fromUtf8(path.string()); 
 
 TEST(UnitsVocabulary, AbbreviationsAreExactAndMilesAndMilsShareOneString)
 {
-    EXPECT_EQ(dgn::dgnUnitFullName(L"Mm"), L"Megameters");
-    EXPECT_EQ(dgn::dgnUnitFullName(L"mm"), L"Millimeters");
-    EXPECT_EQ(dgn::dgnUnitFullName(L"MM"), L"custom");
-    EXPECT_EQ(dgn::dgnUnitFullName(L"ui"), L"Microinches");
-    EXPECT_EQ(dgn::dgnUnitFullName(L""), L"custom");
-    EXPECT_EQ(dgn::dgnUnitFullName(L"mi"), L"Miles");
-    EXPECT_EQ(dgn::dgnUnitFullName(L"mil"), L"Mils");
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L"Mm"), L"Megameters");
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L"mm"), L"Millimeters");
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L"MM"), L"custom");
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L"ui"), L"Microinches");
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L""), L"custom");
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L"mi"), L"Miles");
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L"mil"), L"Mils");
 
     // With the resource library, both read string 703; an unknown unit
     // reads string 700.
     const KoInstanceHandle resources = LoadResourceDll(KoString::fromUtf8(KORA_BIN_DIR "/DgnCommandsRes.so"));
     ASSERT_NE(resources, nullptr);
-    dgn::moduleState().resourceInstance = resources;
-    EXPECT_EQ(dgn::dgnUnitFullName(L"mil"), L"Miles");
-    EXPECT_EQ(dgn::dgnUnitFullName(L"mi"), L"Miles");
-    EXPECT_EQ(dgn::dgnUnitFullName(L"MM"), L"Custom");
-    dgn::moduleState().resourceInstance = nullptr;
+    Kora::DgnCommands::moduleState().resourceInstance = resources;
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L"mil"), L"Miles");
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L"mi"), L"Miles");
+    EXPECT_EQ(Kora::DgnCommands::dgnUnitFullName(L"MM"), L"Custom");
+    Kora::DgnCommands::moduleState().resourceInstance = nullptr;
 }
 
 TEST(UnitsVocabulary, DgnFileUnitsComeFromTheFileHeader)
@@ -57,32 +58,32 @@ TEST(UnitsVocabulary, DgnFileUnitsComeFromTheFileHeader)
     const fs::path samples = KORA_SHARED_DATA_DIR "/dgn";
     KoString master, sub;
     bool is3d = false;
-    ASSERT_TRUE(dgn::dgnFileUnits(wide(samples / "seed3d-metric.dgn"), master, sub, is3d));
+    ASSERT_TRUE(Kora::DgnCommands::dgnFileUnits(wide(samples / "seed3d-metric.dgn"), master, sub, is3d));
     EXPECT_EQ(master, L"Meters");
     EXPECT_EQ(sub, L"Millimeters");
     EXPECT_TRUE(is3d);
     // The built civil seed's sub unit (tenths of a foot) has no name of its
     // own, whatever its file name says.
-    ASSERT_TRUE(dgn::dgnFileUnits(KoString::fromUtf8(KORA_SEED_DIR "/V7-Imperial-Civil-01-Seed2D.dgn"), master, sub, is3d));
+    ASSERT_TRUE(Kora::DgnCommands::dgnFileUnits(KoString::fromUtf8(KORA_SEED_DIR "/V7-Imperial-Civil-01-Seed2D.dgn"), master, sub, is3d));
     EXPECT_EQ(master, L"Feet");
     EXPECT_EQ(sub, L"custom");
     EXPECT_FALSE(is3d);
 
     // A V8 file cannot be read here: nothing is changed.
     master = L"unchanged";
-    EXPECT_FALSE(dgn::dgnFileUnits(wide(samples / "v8" / "test_dgnv8.dgn"), master, sub, is3d));
+    EXPECT_FALSE(Kora::DgnCommands::dgnFileUnits(wide(samples / "v8" / "test_dgnv8.dgn"), master, sub, is3d));
     EXPECT_EQ(master, L"unchanged");
     int version = 5;
-    EXPECT_FALSE(dgn::seedVersion(wide(samples / "v8" / "test_dgnv8.dgn"), version));
+    EXPECT_FALSE(Kora::DgnCommands::seedVersion(wide(samples / "v8" / "test_dgnv8.dgn"), version));
     EXPECT_EQ(version, 5);
-    ASSERT_TRUE(dgn::seedVersion(wide(samples / "smalltest.dgn"), version));
+    ASSERT_TRUE(Kora::DgnCommands::seedVersion(wide(samples / "smalltest.dgn"), version));
     EXPECT_EQ(version, kDgnVersionV7);
 
     // The names by file name stand in only for a header without models.
-    dgn::seedUnitNamesByFileName(L"/seeds/V8-Metric-Seed3D.dgn", master, sub);
+    Kora::DgnCommands::seedUnitNamesByFileName(L"/seeds/V8-Metric-Seed3D.dgn", master, sub);
     EXPECT_EQ(master, L"Feet");
     EXPECT_EQ(sub, L"Inches");
-    dgn::seedUnitNamesByFileName(L"/seeds/v7-metric-seed2d.DGN", master, sub);
+    Kora::DgnCommands::seedUnitNamesByFileName(L"/seeds/v7-metric-seed2d.DGN", master, sub);
     EXPECT_EQ(master, L"Meters");
     EXPECT_EQ(sub, L"Millimeters");
 }
@@ -102,11 +103,11 @@ TEST(UnitsVocabulary, DrawingNamesComeFromDxfFilesOnly)
     }
     layers->close();
     const KoString dxf = wide(folder / "plan.DXF");
-    ASSERT_EQ(drawing.dxfOut(dxf), Kora::eOk);
+    ASSERT_EQ(kodbWriteDxfFile(drawing, dxf), Kora::eOk);
 
     DgnMappingSetup record;
     record.layerMap = {{L"Kept", L"Kept"}};
-    dgn::readDrawingNames(dxf, record);
+    Kora::DgnCommands::readDrawingNames(dxf, record);
     EXPECT_EQ(record.layerMap, (DgnMappingTable{{L"0", L"0"}, {L"Doors", L"Doors"}, {L"Kept", L"Kept"}, {L"Walls", L"Walls"}}));
     EXPECT_EQ(record.layerCount, 3);
     EXPECT_EQ(record.lineTypeCount, 3);
@@ -117,7 +118,7 @@ TEST(UnitsVocabulary, DrawingNamesComeFromDxfFilesOnly)
     std::ofstream(folder / "broken.dxf") << "0\nSECTION\n2\nENTITIES\n0\nLINE\n10\nx\n";
     DgnMappingSetup untouched;
     for (const char* name : {"plan.dwg", "broken.dxf", "missing.dxf", "plan"})
-        dgn::readDrawingNames(wide(folder / name), untouched);
+        Kora::DgnCommands::readDrawingNames(wide(folder / name), untouched);
     EXPECT_EQ(untouched, DgnMappingSetup());
 }
 
@@ -141,9 +142,9 @@ protected:
 TEST_F(SeedCatalogueTest, BuiltInSeedsAndTheDefaultSeed)
 {
     DgnSeedCatalogue v7, v8, none;
-    dgn::buildSeedCatalogue(kDgnVersionV7, v7);
-    dgn::buildSeedCatalogue(kDgnVersionV8, v8);
-    dgn::buildSeedCatalogue(2, none);
+    Kora::DgnCommands::buildSeedCatalogue(kDgnVersionV7, v7);
+    Kora::DgnCommands::buildSeedCatalogue(kDgnVersionV8, v8);
+    Kora::DgnCommands::buildSeedCatalogue(2, none);
     ASSERT_EQ(v7.size(), 10u);
     ASSERT_EQ(v8.size(), 4u);
     EXPECT_TRUE(none.empty());
@@ -153,13 +154,13 @@ TEST_F(SeedCatalogueTest, BuiltInSeedsAndTheDefaultSeed)
     EXPECT_EQ(*v8.begin(), folder + L"V8-Imperial-Seed2D.dgn");
 
     const KoString civil = folder + L"V7-Imperial-Civil-02-Seed3D.dgn";
-    EXPECT_EQ(dgn::defaultSeedFile(kDgnVersionV7, civil), civil);
-    EXPECT_EQ(dgn::defaultSeedFile(kDgnVersionV7, folder + L"v7-imperial-civil-02-seed3d.dgn"), *v7.begin());
-    EXPECT_EQ(dgn::defaultSeedFile(kDgnVersionV8, civil), *v8.begin());
-    EXPECT_TRUE(dgn::defaultSeedFile(-1, civil).isEmpty());
+    EXPECT_EQ(Kora::DgnCommands::defaultSeedFile(kDgnVersionV7, civil), civil);
+    EXPECT_EQ(Kora::DgnCommands::defaultSeedFile(kDgnVersionV7, folder + L"v7-imperial-civil-02-seed3d.dgn"), *v7.begin());
+    EXPECT_EQ(Kora::DgnCommands::defaultSeedFile(kDgnVersionV8, civil), *v8.begin());
+    EXPECT_TRUE(Kora::DgnCommands::defaultSeedFile(-1, civil).isEmpty());
 
     TestEditor editor;
-    dgn::listSeedCatalogue(v8);
+    Kora::DgnCommands::listSeedCatalogue(v8);
     KoString listed;
     for (const KoString& path : v8) listed += path;
     EXPECT_EQ(editor.transcript(), listed);
@@ -168,23 +169,23 @@ TEST_F(SeedCatalogueTest, BuiltInSeedsAndTheDefaultSeed)
 TEST_F(SeedCatalogueTest, ValidityAndUnitNamesByFileName)
 {
     const fs::path dir = fs::path(templateFolder().toUtf8()) / "seeds.d";
-    EXPECT_TRUE(dgn::isValidSeedFile(wide(touch(dir / "my.DGN"))));
-    EXPECT_FALSE(dgn::isValidSeedFile(wide(touch(dir / "my"))));
-    EXPECT_FALSE(dgn::isValidSeedFile(wide(dir / "missing.dgn")));
-    EXPECT_FALSE(dgn::isValidSeedFile(L""));
-    EXPECT_FALSE(dgn::isValidSeedFile(wide(touch(dir / "plan.dgn.bak"))));
+    EXPECT_TRUE(Kora::DgnCommands::isValidSeedFile(wide(touch(dir / "my.DGN"))));
+    EXPECT_FALSE(Kora::DgnCommands::isValidSeedFile(wide(touch(dir / "my"))));
+    EXPECT_FALSE(Kora::DgnCommands::isValidSeedFile(wide(dir / "missing.dgn")));
+    EXPECT_FALSE(Kora::DgnCommands::isValidSeedFile(L""));
+    EXPECT_FALSE(Kora::DgnCommands::isValidSeedFile(wide(touch(dir / "plan.dgn.bak"))));
 
     KoString master, sub;
-    dgn::seedUnitNamesByFileName(L"/t/v7-imperial-civil-01-seed2d.dgn", master, sub);
+    Kora::DgnCommands::seedUnitNamesByFileName(L"/t/v7-imperial-civil-01-seed2d.dgn", master, sub);
     EXPECT_EQ(master, L"Feet");
     EXPECT_EQ(sub, L"Custom");
-    dgn::seedUnitNamesByFileName(L"V7-Metric-Seed3D.dgn", master, sub);
+    Kora::DgnCommands::seedUnitNamesByFileName(L"V7-Metric-Seed3D.dgn", master, sub);
     EXPECT_EQ(master, L"Meters");
     EXPECT_EQ(sub, L"Millimeters");
-    dgn::seedUnitNamesByFileName(L"/t/V8-Metric-Seed3D.dgn", master, sub);
+    Kora::DgnCommands::seedUnitNamesByFileName(L"/t/V8-Metric-Seed3D.dgn", master, sub);
     EXPECT_EQ(master, L"Feet");
     EXPECT_EQ(sub, L"Inches");
-    dgn::seedUnitNamesByFileName(L"/V7-Metric-Seed3D.dgn/other.dgn", master, sub);
+    Kora::DgnCommands::seedUnitNamesByFileName(L"/V7-Metric-Seed3D.dgn/other.dgn", master, sub);
     EXPECT_EQ(master, L"Feet");
 }
 
@@ -198,25 +199,25 @@ TEST_F(SeedCatalogueTest, PersistedListsKeepOnlyUsableSeedsPerVersion)
         koraConfig()->setValue(4, KoString::format(L"UserInterfaceSettings\\DgnExportDialog\\V7\\SeedFile%d", i),
                                KoraVariant(KoString(L"/old.dgn")));
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V7\\SeedFileCount", KoraVariant(5));
-    dgn::savePersistedSeeds(kDgnVersionV7, {a, b, c});
+    Kora::DgnCommands::savePersistedSeeds(kDgnVersionV7, {a, b, c});
     EXPECT_EQ(setting(L"V7", L"SeedFileCount"), L"2");
     EXPECT_EQ(setting(L"V7", L"SeedFile0"), a);
     EXPECT_EQ(setting(L"V7", L"SeedFile1"), c);
     EXPECT_EQ(setting(L"V7", L"SeedFile2"), L"<missing>");
     EXPECT_EQ(setting(L"V7", L"SeedFile4"), L"<missing>");
 
-    dgn::savePersistedSeeds(kDgnVersionV7, {});
+    Kora::DgnCommands::savePersistedSeeds(kDgnVersionV7, {});
     EXPECT_EQ(setting(L"V7", L"SeedFileCount"), L"2");
 
     DgnSeedCatalogue v7, v8;
-    dgn::loadPersistedSeeds(kDgnVersionV7, v7);
+    Kora::DgnCommands::loadPersistedSeeds(kDgnVersionV7, v7);
     EXPECT_EQ(v7, (DgnSeedCatalogue{a, c}));
-    dgn::loadSeedList(kDgnVersionV8, v8);
+    Kora::DgnCommands::loadSeedList(kDgnVersionV8, v8);
     DgnSeedCatalogue builtInV8;
-    dgn::buildSeedCatalogue(kDgnVersionV8, builtInV8);
+    Kora::DgnCommands::buildSeedCatalogue(kDgnVersionV8, builtInV8);
     EXPECT_EQ(v8, builtInV8);
     DgnSeedCatalogue unset;
-    dgn::loadPersistedSeeds(2, unset);
+    Kora::DgnCommands::loadPersistedSeeds(2, unset);
     EXPECT_TRUE(unset.empty());
 
     // Deleted seed files make the list load empty, so the dialog falls
@@ -224,9 +225,9 @@ TEST_F(SeedCatalogueTest, PersistedListsKeepOnlyUsableSeedsPerVersion)
     fs::remove(a.toUtf8());
     fs::remove(c.toUtf8());
     DgnSeedCatalogue refilled;
-    dgn::loadSeedList(kDgnVersionV7, refilled);
+    Kora::DgnCommands::loadSeedList(kDgnVersionV7, refilled);
     DgnSeedCatalogue builtInV7;
-    dgn::buildSeedCatalogue(kDgnVersionV7, builtInV7);
+    Kora::DgnCommands::buildSeedCatalogue(kDgnVersionV7, builtInV7);
     EXPECT_EQ(refilled, builtInV7);
 
     // A count that is not an integer reads as no list; an entry that is
@@ -235,12 +236,12 @@ TEST_F(SeedCatalogueTest, PersistedListsKeepOnlyUsableSeedsPerVersion)
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFileCount", KoraVariant(KoString(L"2")));
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFile0", KoraVariant(a));
     DgnSeedCatalogue none;
-    dgn::loadPersistedSeeds(kDgnVersionV8, none);
+    Kora::DgnCommands::loadPersistedSeeds(kDgnVersionV8, none);
     EXPECT_TRUE(none.empty());
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFileCount", KoraVariant(2));
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFile0", KoraVariant(7));
     koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnExportDialog\\V8\\SeedFile1", KoraVariant(a));
-    dgn::loadPersistedSeeds(kDgnVersionV8, none);
+    Kora::DgnCommands::loadPersistedSeeds(kDgnVersionV8, none);
     EXPECT_EQ(none, DgnSeedCatalogue{a});
 }
 

@@ -132,15 +132,15 @@ TEST(ModuleFrame, ApiVersionIsTheSameBeforeAndAfterInit)
 
 TEST(ModuleFrame, ResourceLibraryNameFollowsTheModuleName)
 {
-    EXPECT_EQ(dgn::resourceLibraryName(L"/opt/kora/lib/DgnCommands.krx"), L"DgnCommandsRes.dll");
-    EXPECT_EQ(dgn::resourceLibraryName(L"/a.b/c/My.Module.krx"), L"My.ModuleRes.dll");
-    EXPECT_EQ(dgn::resourceLibraryName(L"a.kr"), L"a.kr");
+    EXPECT_EQ(Kora::DgnCommands::resourceLibraryName(L"/opt/kora/lib/DgnCommands.krx"), L"DgnCommandsRes.dll");
+    EXPECT_EQ(Kora::DgnCommands::resourceLibraryName(L"/a.b/c/My.Module.krx"), L"My.ModuleRes.dll");
+    EXPECT_EQ(Kora::DgnCommands::resourceLibraryName(L"a.kr"), L"a.kr");
 }
 
 TEST(ModuleFrame, LocalStringsComeFromTheResourceLibraryWithFallbacks)
 {
-    dgn::ModuleState& state = dgn::moduleState();
-    const dgn::ModuleState saved = state;
+    Kora::DgnCommands::ModuleState& state = Kora::DgnCommands::moduleState();
+    const Kora::DgnCommands::ModuleState saved = state;
     state.resourceInstance = LoadResourceDll(wide(kBin / "DgnCommandsRes.dll"));
     ASSERT_NE(state.resourceInstance, nullptr);
 
@@ -159,7 +159,7 @@ TEST(ModuleFrame, LocalStringsComeFromTheResourceLibraryWithFallbacks)
         ResourceScope scope;
         EXPECT_EQ(koraCurrentResourceHandle(), state.resourceInstance);
         KoString text;
-        EXPECT_TRUE(text.loadString(128));
+        EXPECT_TRUE(koraLoadString(128, text));
     }
     EXPECT_EQ(koraCurrentResourceHandle(), other);
     koraSetResourceHandle(nullptr);

@@ -126,10 +126,8 @@ TEST(SystemVariables, TypesDefaultsAndRanges)
 {
     koraResetSysVars();
     koresbuf rb;
-    ASSERT_EQ(koedGetVar(L"_KX_DGNEXPORTTYPE", &rb), KORTNORM);
-    EXPECT_EQ(rb.restype, KORTSHORT);
-    EXPECT_EQ(rb.resval.rint, 1);  // V7: the format this host writes
     ASSERT_EQ(koedGetVar(L"filedia", &rb), KORTNORM);
+    EXPECT_EQ(rb.restype, KORTSHORT);
     EXPECT_EQ(rb.resval.rint, 1);
 
     koresbuf value;
@@ -138,15 +136,21 @@ TEST(SystemVariables, TypesDefaultsAndRanges)
     EXPECT_EQ(koedSetVar(L"FILEDIA", &value), KORTNORM);
     value.resval.rint = 2;
     EXPECT_EQ(koedSetVar(L"FILEDIA", &value), KORTERROR);
-    value.restype = KORTLONG;
-    value.resval.rlong = 70000;
-    EXPECT_EQ(koedSetVar(L"DGNIMPORTMODE", &value), KORTERROR);  // not a short
-    value.resval.rlong = 7;
-    EXPECT_EQ(koedSetVar(L"DGNIMPORTMODE", &value), KORTNORM);
     value.restype = KORTREAL;
     value.resval.rreal = 1.0;
     EXPECT_EQ(koedSetVar(L"INSUNITS", &value), KORTERROR);
     EXPECT_EQ(koedGetVar(L"NOSUCHVAR", &rb), KORTERROR);
+
+    // A short variable without a range takes any short value, given as a
+    // short or a long, and nothing wider.
+    koraRegisterSysVar({L"TESTMODE", KORTSHORT, L"a test variable"}, L"1", 0, -1);
+    value.restype = KORTLONG;
+    value.resval.rlong = 70000;
+    EXPECT_EQ(koedSetVar(L"TESTMODE", &value), KORTERROR);
+    value.resval.rlong = 7;
+    EXPECT_EQ(koedSetVar(L"TESTMODE", &value), KORTNORM);
+    EXPECT_EQ(koraSysVarText(L"TESTMODE"), L"7");
+    koraUnregisterSysVar(L"TESTMODE");
 
     ASSERT_EQ(koedGetVar(L"FILEDIA", &rb), KORTNORM);
     EXPECT_EQ(rb.resval.rint, 0);

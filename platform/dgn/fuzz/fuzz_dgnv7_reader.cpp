@@ -6,7 +6,7 @@
 #include "kora/dgn/v7/reader.h"
 #include "kora/dgn/v7/writer.h"
 
-using namespace Kora::DgnV7;
+using namespace Kora::Dgn::V7;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -8,7 +8,7 @@
 #include "kora/dgn/v7/reader.h"
 
 namespace fs = std::filesystem;
-using namespace Kora::DgnV7;
+using namespace Kora::Dgn::V7;
 
 namespace Kora::Dgn {
 

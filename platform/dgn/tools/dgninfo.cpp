@@ -6,7 +6,7 @@
 #include "kora/dgn/v7/naming.h"
 #include "kora/dgn/v7/reader.h"
 
-using namespace Kora::DgnV7;
+using namespace Kora::Dgn::V7;
 
 namespace {
 

@@ -10,9 +10,10 @@
 #include <string>
 #include <system_error>
 
+#include "kora/atomicfile.h"
 #include "kora/dgn/v7/writer.h"
 
-using namespace Kora::DgnV7;
+using namespace Kora::Dgn::V7;
 
 namespace {
 
@@ -49,8 +50,8 @@ int main(int argc, char** argv)
             const std::filesystem::path path = folder / (std::string(seed.name) + (is3d ? "-Seed3D.dgn" : "-Seed2D.dgn"));
             Writer writer = Writer::create(is3d, seed.units);
             const std::vector<std::byte> bytes = writer.finish();
-            if (auto written = writeFileAtomically(path, bytes); !written) {
-                std::fprintf(stderr, "dgnseeds: %s\n", written.error().c_str());
+            if (auto written = Kora::writeFileAtomically(path, bytes); !written) {
+                std::fprintf(stderr, "dgnseeds: %s\n", written.error().message.c_str());
                 return 1;
             }
         }

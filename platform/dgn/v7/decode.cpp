@@ -3,7 +3,7 @@
 
 #include "layout.h"
 
-namespace Kora::DgnV7 {
+namespace Kora::Dgn::V7 {
 
 namespace {
 
@@ -328,4 +328,4 @@ Element decodeElement(std::span<const std::byte> bytes, bool is3d, std::string* 
     return element;
 }
 
-} // namespace Kora::DgnV7
+} // namespace Kora::Dgn::V7

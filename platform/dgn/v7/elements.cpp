@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-namespace Kora::DgnV7 {
+namespace Kora::Dgn::V7 {
 
 namespace {
 
@@ -138,4 +138,4 @@ std::int32_t textMultiplierFromUor(double size)
     return static_cast<std::int32_t>(raw);
 }
 
-} // namespace Kora::DgnV7
+} // namespace Kora::Dgn::V7

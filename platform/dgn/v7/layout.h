@@ -11,7 +11,7 @@
 #include "kora/dgn/v7/elements.h"
 #include "kora/dgn/v7/numbers.h"
 
-namespace Kora::DgnV7::Layout {
+namespace Kora::Dgn::V7::Layout {
 
 // Fixed parts of every element.
 inline constexpr std::size_t HeaderSize = 4;      // level, type, words to follow
@@ -173,4 +173,4 @@ private:
     bool m_ok = true;
 };
 
-} // namespace Kora::DgnV7::Layout
+} // namespace Kora::Dgn::V7::Layout

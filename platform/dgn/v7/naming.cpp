@@ -3,7 +3,7 @@
 #include <array>
 #include <cctype>
 
-namespace Kora::DgnV7 {
+namespace Kora::Dgn::V7 {
 
 namespace {
 
@@ -81,4 +81,4 @@ std::optional<int> colourFromName(std::string_view name)
     return numberFromName(name, 0, ColourCount - 1);
 }
 
-} // namespace Kora::DgnV7
+} // namespace Kora::Dgn::V7

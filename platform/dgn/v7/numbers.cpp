@@ -3,7 +3,7 @@
 #include <bit>
 #include <cmath>
 
-namespace Kora::DgnV7 {
+namespace Kora::Dgn::V7 {
 
 namespace {
 
@@ -83,4 +83,4 @@ std::array<std::byte, 8> encodeVaxDouble(double value)
     return out;
 }
 
-} // namespace Kora::DgnV7
+} // namespace Kora::Dgn::V7

@@ -7,7 +7,7 @@
 
 #include "layout.h"
 
-namespace Kora::DgnV7 {
+namespace Kora::Dgn::V7 {
 
 namespace {
 
@@ -237,4 +237,4 @@ std::expected<Design, ReadError> readDesignFile(const std::filesystem::path& pat
     return readDesign(std::move(*bytes));
 }
 
-} // namespace Kora::DgnV7
+} // namespace Kora::Dgn::V7

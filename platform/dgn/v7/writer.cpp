@@ -2,16 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <sys/stat.h>
 #include <limits>
-#include <unistd.h>
 
 #include "layout.h"
 
-namespace Kora::DgnV7 {
+namespace Kora::Dgn::V7 {
 
 namespace {
 
@@ -570,33 +567,4 @@ std::vector<std::byte> Writer::finish()
     return std::move(m_bytes);
 }
 
-std::expected<void, std::string> writeFileAtomically(const std::filesystem::path& path, std::span<const std::byte> bytes)
-{
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-    std::string pattern = (folder / ("." + path.filename().string() + ".XXXXXX")).string();
-    const int fd = ::mkstemp(pattern.data());
-    if (fd < 0) return std::unexpected("cannot create a temporary file beside " + path.string() + ": " + std::strerror(errno));
-    // Keep the mode of the file being replaced; a new file gets rw-r--r--.
-    struct stat existing;
-    ::fchmod(fd, ::stat(path.c_str(), &existing) == 0 ? existing.st_mode & 07777 : 0644);
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            break;
-        }
-        written += static_cast<std::size_t>(n);
-    }
-    const bool ok = written == bytes.size() && ::fsync(fd) == 0;
-    const int savedErrno = errno;
-    ::close(fd);
-    if (!ok || std::rename(pattern.c_str(), path.c_str()) != 0) {
-        const std::string reason = std::strerror(ok ? errno : savedErrno);
-        std::remove(pattern.c_str());
-        return std::unexpected("cannot write " + path.string() + ": " + reason);
-    }
-    return {};
-}
-
-} // namespace Kora::DgnV7
+} // namespace Kora::Dgn::V7

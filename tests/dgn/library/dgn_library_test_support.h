@@ -16,7 +16,7 @@
 // Failures show names as text.
 inline void PrintTo(const KoString& text, std::ostream* out) { *out << '"' << text.toUtf8() << '"'; }
 
-namespace DgnLibraryTest {
+namespace Kora::Test {
 
 inline KoString wide(const std::filesystem::path& path) { return KoString::fromUtf8(path.string()); }
 
@@ -66,4 +66,4 @@ inline void writeFile(const std::filesystem::path& path, const std::vector<char>
     if (!out) ADD_FAILURE() << "cannot write " << path;
 }
 
-}  // namespace DgnLibraryTest
+}  // namespace Kora::Test

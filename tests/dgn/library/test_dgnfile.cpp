@@ -15,7 +15,7 @@
 #include "kora/status.h"
 
 namespace fs = std::filesystem;
-using namespace DgnLibraryTest;
+using namespace Kora::Test;
 
 namespace {
 

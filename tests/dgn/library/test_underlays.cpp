@@ -8,12 +8,13 @@
 #include <vector>
 
 #include "dgn_library_test_support.h"
+#include "kora/dxf/dxf.h"
 #include "kora/db/database.h"
 #include "kora/db/underlay.h"
 #include "kora/dgn/underlayservice.h"
 
 namespace fs = std::filesystem;
-using namespace DgnLibraryTest;
+using namespace Kora::Test;
 
 namespace {
 
@@ -109,7 +110,7 @@ TEST(DgnUnderlayNames, UniqueInTheDrawingAndReusedForTheSameFileAndModel)
 {
     KoDbDatabase db(false);
     KoString message;
-    ASSERT_EQ(db.readDxfFile(wide(drawing("dgn-underlays.dxf")), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(db, wide(drawing("dgn-underlays.dxf")), &message), Kora::eOk) << message.toUtf8();
     const fs::path small = sample("smalltest.dgn"), mixed = sample("mixed-elements.dgn");
 
     // The items of the drawing, in key order, with ezdxf's keys.
@@ -158,9 +159,9 @@ TEST(DgnUnderlayNames, UniqueInTheDrawingAndReusedForTheSameFileAndModel)
 
     // Names survive the drawing's round trip through DXF.
     const fs::path out = folder / "written.dxf";
-    ASSERT_EQ(db.dxfOut(wide(out), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbWriteDxfFile(db, wide(out), &message), Kora::eOk) << message.toUtf8();
     KoDbDatabase back(false);
-    ASSERT_EQ(back.readDxfFile(wide(out), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(back, wide(out), &message), Kora::eOk) << message.toUtf8();
     const std::vector<KxUnderlayItemInfo> reread = itemsOf(back);
     ASSERT_EQ(reread.size(), 4u);
     for (size_t i = 0; i < items.size(); ++i) {
@@ -177,7 +178,7 @@ TEST(DgnUnderlayDefinitions, LoadTheirModelWithLevelsAndExtents)
 {
     KoDbDatabase db(false);
     KoString message;
-    ASSERT_EQ(db.readDxfFile(wide(drawing("dgn-underlays.dxf")), &message), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(kodbReadDxfFile(db, wide(drawing("dgn-underlays.dxf")), &message), Kora::eOk) << message.toUtf8();
     const std::vector<KxUnderlayItemInfo> items = itemsOf(db);
     ASSERT_EQ(items.size(), 2u);
 

@@ -1,0 +1,1737 @@
+// Reads DXF text into a database. A parser fills one record (an entity, an
+// object or a table record: its tags up to the next code 0) at a time and
+// turns it into a database object; what no property models is kept as
+// tags on the object and written back.
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <iconv.h>
+#include <memory>
+#include <numbers>
+#include <unordered_map>
+
+#include "dbimpl.h"
+#include "dxfcodes.h"
+#include "dxftagreader.h"
+#include "kora/dxf/dxf.h"
+#include "kora/db/underlay.h"
+
+namespace Kora::Dxf {
+namespace {
+
+constexpr double kDegToRad = std::numbers::pi / 180.0;
+constexpr const char* kKoraApp = "KORA_UNDERLAY";
+
+struct RTag {
+    int code = 0;
+    std::string value;
+    long line = 0;
+};
+
+// One record: its name and tags, reusing string storage between records.
+struct Record {
+    std::string name;
+    long line = 0;
+    std::vector<RTag> tags;
+    size_t size = 0;
+
+    void clear() { size = 0; }
+    void push(int code, std::string_view value, long line)
+    {
+        if (size == tags.size()) tags.emplace_back();
+        RTag& t = tags[size++];
+        t.code = code;
+        t.value.assign(value);
+        t.line = line;
+    }
+    const RTag* begin() const { return tags.data(); }
+    const RTag* end() const { return tags.data() + size; }
+};
+
+// A tag of a record's body with the subclass it came in.
+struct BodyTag {
+    const RTag* tag;
+    const std::string* subclass;
+    int code() const { return tag->code; }
+};
+
+// Write access to an object the reader has already placed in the database.
+class Writable {
+public:
+    explicit Writable(KoDbObject* o) : m_o(o) { KoDbAccess::setWriteEnabled(o, true); }
+    ~Writable() { KoDbAccess::setWriteEnabled(m_o, false); }
+    Writable(const Writable&) = delete;
+    Writable& operator=(const Writable&) = delete;
+
+private:
+    KoDbObject* m_o;
+};
+
+class ParseError {
+public:
+    long line;
+    std::string message;
+};
+
+class Reader {
+public:
+    Reader(TagReader& in, KoDbDatabase& db, KoDbDxfReadReport& report)
+        : m_in(in), m_db(db), m_d(KoDbAccess::impl(db)), m_report(report)
+    {
+    }
+    ~Reader()
+    {
+        if (m_iconv != reinterpret_cast<iconv_t>(-1)) iconv_close(m_iconv);
+    }
+
+    void run();
+
+private:
+    // ---- input ----
+    [[noreturn]] void fail(long line, std::string message) { throw ParseError {line, std::move(message)}; }
+    [[noreturn]] void failInput()
+    {
+        if (!m_in.error().empty()) fail(m_in.line(), m_in.error());
+        fail(m_in.line(), "the file ends unexpectedly (it may be truncated)");
+    }
+    bool nextTag(int& code, std::string_view& value)
+    {
+        if (m_in.next(code, value)) return true;
+        if (!m_in.error().empty()) failInput();
+        return false;
+    }
+    // Reads the record that starts with the next tag (code 0).
+    bool readRecord(Record& r);
+    void section(const std::string& name);
+    void header();
+    void classes();
+    void tables();
+    void blocks();
+    void entities();
+    void objects();
+    void otherSection(const std::string& name);
+    void finish();
+
+    // ---- values ----
+    std::string text(std::string_view raw);
+    KoString wide(const std::string& value) { return KoString::fromUtf8(value); }
+    double dbl(const RTag& t)
+    {
+        double d;
+        if (!parseDouble(t.value, d)) fail(t.line, "\"" + t.value.substr(0, 40) + "\" is not a number (group " + std::to_string(t.code) + ")");
+        if (!std::isfinite(d)) fail(t.line, "the number \"" + t.value.substr(0, 40) + "\" is out of range");
+        return d;
+    }
+    // A coordinate of a point (or vector) whose x has group `base`, y
+    // base + 10 and z base + 20; false for any other group.
+    bool point(const RTag& t, KoGePoint3d& p, int base)
+    {
+        if (t.code == base) p.x = dbl(t);
+        else if (t.code == base + 10) p.y = dbl(t);
+        else if (t.code == base + 20) p.z = dbl(t);
+        else return false;
+        return true;
+    }
+    bool vec(const RTag& t, KoGeVector3d& v, int base)
+    {
+        KoGePoint3d p(v.x, v.y, v.z);
+        if (!point(t, p, base)) return false;
+        v = {p.x, p.y, p.z};
+        return true;
+    }
+    int integer(const RTag& t)
+    {
+        int64_t i;
+        if (!parseInt(t.value, i)) fail(t.line, "\"" + t.value.substr(0, 40) + "\" is not an integer (group " + std::to_string(t.code) + ")");
+        if (i < INT32_MIN || i > INT32_MAX) fail(t.line, "the integer " + t.value.substr(0, 40) + " is out of range");
+        return static_cast<int>(i);
+    }
+    uint64_t handleValue(const RTag& t)
+    {
+        uint64_t h = 0;
+        if (trimmed(t.value).empty()) return 0;
+        if (!parseHandle(t.value, h)) fail(t.line, "\"" + t.value.substr(0, 40) + "\" is not a handle (group " + std::to_string(t.code) + ")");
+        if (h > m_maxHandle) m_maxHandle = h;
+        return h;
+    }
+    KoDbStub* stubOf(const RTag& t)
+    {
+        const uint64_t h = handleValue(t);
+        return h ? m_d.stubFor(h) : nullptr;
+    }
+    KoDbObjectId idOf(const RTag& t) { return KoDbObjectId(stubOf(t)); }
+    // Every value of a record must suit its group code, modelled or not.
+    void validate(const Record& r)
+    {
+        for (const RTag& t : r) {
+            if (validValue(t.code, t.value)) continue;
+            const std::string shown = "\"" + t.value.substr(0, 40) + "\"";
+            switch (valueKind(t.code)) {
+            case ValueKind::Handle: fail(t.line, shown + " is not a handle (group " + std::to_string(t.code) + ")");
+            case ValueKind::Int: fail(t.line, shown + " is not an integer (group " + std::to_string(t.code) + ")");
+            default: fail(t.line, shown + " is not a number (group " + std::to_string(t.code) + ")");
+            }
+        }
+    }
+
+    // ---- records to objects ----
+    struct Common {
+        uint64_t handle = 0;
+        KoDbStub* owner = nullptr;
+        std::vector<KoDbStub*> reactors;
+        KoDbStub* xdict = nullptr;
+        KoDbDxfTags xdata;
+        std::vector<BodyTag> body;
+        // Entity properties.
+        std::string layer, linetype;
+        KoCmColor color;
+        int colorIndex = 256;
+        bool trueColor = false;
+        int lineWeight = KoDb::kLnWtByLayer;
+        double ltscale = 1.0;
+        bool invisible = false, paperSpace = false;
+    };
+    void splitRecord(const Record& r, Common& c, bool entity, int handleCode = 5);
+    // Entity properties some writers put in a later subclass; false for other codes.
+    bool takeCommon(Common& c, const RTag& t);
+    void preserve(KoDbDxfTags& out, const BodyTag& b);
+    // Stores the common parts and adds the object to the database.
+    void place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* owner);
+    void applyEntityProperties(KoDbEntity* e, const Common& c, long line);
+    template <class Record>
+    KoDbObjectId recordByName(const std::string& name, const char* missingName, KoDbObjectId tableId,
+                              std::unordered_map<std::string, KoDbObjectId>& cache, const char* kind, long line);
+    KoDbObjectId layerByName(const std::string& name, long line);
+    KoDbObjectId linetypeByName(const std::string& name, long line);
+
+    void tableRecord(const Record& r, KoDbSymbolTable* table);
+    void entity(Record& r, KoDbBlockTableRecord* block);
+    std::unique_ptr<KoDbEntity> knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs);
+    std::unique_ptr<KoDbEntity> hatch(const Record& r, Common& c, KoDbDxfTags& preserved);
+    void object(const Record& r);
+    void readSubRecords(std::vector<KoDbDxfRecord>& subs);
+    std::string sectionOrEnd();
+
+    TagReader& m_in;
+    KoDbDatabase& m_db;
+    KoDbDatabase::Impl& m_d;
+    KoDbDxfReadReport& m_report;
+
+    Record m_pending;
+    bool m_hasPending = false;
+    bool m_convert = false;
+    iconv_t m_iconv = reinterpret_cast<iconv_t>(-1);
+    uint64_t m_maxHandle = 0;
+    std::string m_clayer, m_celtype;
+    std::unordered_map<std::string, KoDbObjectId> m_layers, m_linetypes;
+    std::vector<std::pair<KoDbBlockTableRecord*, KoDbStub*>> m_blockLayouts;  // from BLOCK_RECORD 340
+    std::vector<std::pair<KoDbLayout*, KoDbStub*>> m_layoutBlocks;            // from LAYOUT 330
+    std::vector<KoDbStub*> m_unnumbered;  // objects made or read without a handle
+};
+
+// ---- text encoding -------------------------------------------------------
+
+void appendUtf8(std::string& out, uint32_t cp)
+{
+    out += KoString(static_cast<wchar_t>(cp)).toUtf8();
+}
+
+// Text of files before release 2007 is in the drawing's code page, with
+// characters outside it written as \U+XXXX; later files are UTF-8.
+std::string Reader::text(std::string_view raw)
+{
+    std::string out;
+    if (m_convert && m_iconv != reinterpret_cast<iconv_t>(-1)) {
+        bool ascii = true;
+        for (char ch : raw)
+            if (static_cast<unsigned char>(ch) >= 0x80) ascii = false;
+        if (!ascii) {
+            out.resize(raw.size() * 4);
+            char* in = const_cast<char*>(raw.data());
+            size_t inLeft = raw.size(), outLeft = out.size();
+            char* o = out.data();
+            iconv(m_iconv, nullptr, nullptr, nullptr, nullptr);
+            while (inLeft > 0 && iconv(m_iconv, &in, &inLeft, &o, &outLeft) == static_cast<size_t>(-1)) {
+                if (errno != EILSEQ && errno != EINVAL) break;
+                // An undecodable byte: keep it as the character of that number.
+                std::string one;
+                appendUtf8(one, static_cast<unsigned char>(*in));
+                if (outLeft < one.size()) break;
+                std::memcpy(o, one.data(), one.size());
+                o += one.size();
+                outLeft -= one.size();
+                ++in;
+                --inLeft;
+            }
+            out.resize(static_cast<size_t>(o - out.data()));
+            raw = out;
+        }
+    }
+    if (raw.find("\\U+") == std::string_view::npos && raw.find('^') == std::string_view::npos)
+        return out.empty() ? std::string(raw) : out;
+    // Control characters are written as ^ and a letter ("^J"), "^" itself as "^ ".
+    std::string decoded;
+    for (size_t i = 0; i < raw.size(); ++i) {
+        uint64_t cp;
+        if (raw[i] == '\\' && i + 7 <= raw.size() && raw.compare(i, 3, "\\U+") == 0 &&
+            parseHandle(raw.substr(i + 3, 4), cp)) {
+            appendUtf8(decoded, static_cast<uint32_t>(cp));
+            i += 6;
+        } else if (raw[i] == '^' && i + 1 < raw.size() && raw[i + 1] >= '@' && raw[i + 1] <= '_') {
+            decoded += static_cast<char>(raw[i + 1] - '@');
+            ++i;
+        } else if (raw[i] == '^' && i + 1 < raw.size() && raw[i + 1] == ' ') {
+            decoded += '^';
+            ++i;
+        } else {
+            decoded += raw[i];
+        }
+    }
+    return decoded;
+}
+
+// ---- records ----------------------------------------------------------------
+
+bool Reader::readRecord(Record& r)
+{
+    if (m_hasPending) {
+        std::swap(r, m_pending);
+        m_hasPending = false;
+        return true;
+    }
+    int code;
+    std::string_view value;
+    if (!nextTag(code, value)) failInput();
+    if (code != 0) fail(m_in.line(), "group code 0 was expected here, found " + std::to_string(code));
+    r.name.assign(trimmed(value));
+    r.line = m_in.line();
+    if (r.name.empty()) fail(r.line, "a record has no name (group 0 is empty)");
+    r.clear();
+    while (nextTag(code, value)) {
+        if (code == 0) {
+            m_in.pushBack();
+            return true;
+        }
+        if (code == 999) continue;
+        const ValueKind kind = valueKind(code);
+        if (kind == ValueKind::String && (m_convert || value.find_first_of("\\^") != std::string_view::npos))
+            r.push(code, text(value), m_in.line());
+        else
+            r.push(code, kind == ValueKind::String ? value : trimmed(value), m_in.line());  // numbers without padding
+    }
+    failInput();
+}
+
+void Reader::preserve(KoDbDxfTags& out, const BodyTag& b)
+{
+    // Tags are grouped behind the marker of the subclass they came in.
+    const std::string* marker = nullptr;
+    for (auto it = out.rbegin(); it != out.rend(); ++it)
+        if (it->code == 100) {
+            marker = &it->value;
+            break;
+        }
+    if (!marker || *marker != *b.subclass) out.push_back({100, *b.subclass});
+    if (b.tag->code == 100 && b.tag->value == *b.subclass) return;  // the marker itself
+    out.push_back({b.tag->code, b.tag->value});
+    ++m_report.preservedTags;
+}
+
+void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode)
+{
+    static const std::string none;
+    const std::string* subclass = &none;
+    const RTag* end = r.end();
+    for (const RTag* t = r.begin(); t != end; ++t) {
+        const int code = t->code;
+        if (code >= 1000) {
+            if (code == 1001 || !c.xdata.empty()) c.xdata.push_back({code, t->value});
+            else fail(t->line, "extended data must start with an application name (group 1001)");
+            continue;
+        }
+        if (!c.xdata.empty()) fail(t->line, "group " + std::to_string(code) + " follows extended data");
+        if (code == handleCode && c.handle == 0 && subclass == &none) {
+            c.handle = handleValue(*t);
+            continue;
+        }
+        if (code == 102 && t->value == "{ACAD_REACTORS") {
+            for (++t; t != end && t->code != 102; ++t)
+                if (t->code == 330)
+                    if (KoDbStub* s = stubOf(*t)) c.reactors.push_back(s);
+            if (t == end) fail(r.line, "an ACAD_REACTORS group has no end");
+            continue;
+        }
+        if (code == 102 && t->value == "{ACAD_XDICTIONARY") {
+            for (++t; t != end && t->code != 102; ++t)
+                if (t->code == 360) c.xdict = stubOf(*t);
+            if (t == end) fail(r.line, "an ACAD_XDICTIONARY group has no end");
+            continue;
+        }
+        if (code == 330 && subclass == &none && !c.owner) {
+            c.owner = stubOf(*t);
+            continue;
+        }
+        if (code == 100) {
+            subclass = &t->value;
+            if (entity && t->value == "AcDbEntity") continue;
+            // Markers of classes the parsers know are implied when writing.
+            c.body.push_back({t, subclass});
+            continue;
+        }
+        if (entity && (subclass == &none || *subclass == "AcDbEntity")) {
+            if (code == 410) continue;  // the layout follows from the owner
+            if (takeCommon(c, *t)) continue;
+        }
+        c.body.push_back({t, subclass});
+    }
+}
+
+bool Reader::takeCommon(Common& c, const RTag& t)
+{
+    switch (t.code) {
+    case 8: c.layer = t.value; return true;
+    case 6: c.linetype = t.value; return true;
+    case 62: c.colorIndex = std::abs(integer(t)); return true;
+    case 420: {
+        const int rgb = integer(t);
+        c.trueColor = true;
+        c.color = KoCmColor::fromRGB(static_cast<uint8_t>(rgb >> 16), static_cast<uint8_t>(rgb >> 8),
+                                     static_cast<uint8_t>(rgb));
+        return true;
+    }
+    case 370: c.lineWeight = integer(t); return true;
+    case 48: c.ltscale = dbl(t); return true;
+    case 60: c.invisible = integer(t) != 0; return true;
+    case 67: c.paperSpace = integer(t) != 0; return true;
+    default: return false;
+    }
+}
+
+void Reader::place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* owner)
+{
+    uint64_t handle = c.handle;
+    if (handle) {
+        const auto it = m_d.byHandle.find(handle);
+        if (it != m_d.byHandle.end() && it->second->object) {
+            m_report.warnings.push_back("handle " + KoDbHandle(handle).ascii().toUtf8() +
+                                        " was used twice; the second object got a new handle");
+            handle = 0;
+        }
+    }
+    if (handle) {
+        KoDbAccess::add(m_db, o, owner, false, handle);
+    } else {
+        // Numbered when the file's last handle is known.
+        KoDbAccess::addUnnumbered(m_db, o, owner);
+        m_unnumbered.push_back(KoDbAccess::stub(o));
+    }
+    KoDbObject::Extra* extra = nullptr;
+    if (!c.reactors.empty() || c.xdict || !c.xdata.empty() || !preserved.empty()) extra = &KoDbAccess::extra(o);
+    if (extra) {
+        extra->reactors = std::move(c.reactors);
+        extra->extensionDictionary = c.xdict;
+        extra->xdata = std::move(c.xdata);
+        extra->preserved = std::move(preserved);
+    }
+}
+
+// A layer or linetype by name. Drawings from some writers use names they
+// never define; the record is made as those programs do, and the report
+// says so.
+template <class Record>
+KoDbObjectId Reader::recordByName(const std::string& name, const char* missingName, KoDbObjectId tableId,
+                                  std::unordered_map<std::string, KoDbObjectId>& cache, const char* kind, long line)
+{
+    const std::string key = name.empty() ? missingName : name;
+    if (auto it = cache.find(key); it != cache.end()) return it->second;
+    auto* table = kodbPeek<KoDbSymbolTable>(tableId);
+    if (!table) fail(line, std::string("an entity refers to ") + kind + " \"" + key + "\" but the drawing has no " + kind + " table");
+    KoDbObjectId id;
+    if (table->getAt(wide(key), id) != Kora::eOk) {
+        auto* record = new Record;
+        record->setName(wide(key));
+        KoDbAccess::addUnnumbered(m_db, record, KoDbAccess::stub(table));
+        m_unnumbered.push_back(KoDbAccess::stub(record));
+        const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(record->objectId());
+        table->recordRenamed();
+        id = record->objectId();
+        m_report.warnings.push_back(std::string(kind) + " \"" + key + "\" was used without being defined; it was added");
+    }
+    cache.emplace(key, id);
+    return id;
+}
+
+KoDbObjectId Reader::layerByName(const std::string& name, long line)
+{
+    return recordByName<KoDbLayerTableRecord>(name, "0", m_d.layerTable, m_layers, "layer", line);
+}
+
+KoDbObjectId Reader::linetypeByName(const std::string& name, long line)
+{
+    return recordByName<KoDbLinetypeTableRecord>(name, "ByLayer", m_d.linetypeTable, m_linetypes, "linetype", line);
+}
+
+void Reader::applyEntityProperties(KoDbEntity* e, const Common& c, long line)
+{
+    KoCmColor color = KoCmColor::fromIndex(c.colorIndex);
+    if (c.trueColor) {
+        color = c.color;
+        color.setNearestIndex(c.colorIndex == 0 ? 256 : c.colorIndex);
+    }
+    e->setColor(color);
+    e->setLayer(layerByName(c.layer, line));
+    e->setLinetype(linetypeByName(c.linetype, line));
+    e->setLineWeight(static_cast<KoDb::LineWeight>(c.lineWeight));
+    if (c.ltscale > 0.0) e->setLinetypeScale(c.ltscale);
+    e->setVisibility(!c.invisible);
+}
+
+// ---- sections -------------------------------------------------------------
+
+std::string Reader::sectionOrEnd()
+{
+    int code;
+    std::string_view value;
+    if (!nextTag(code, value)) return {};
+    if (code != 0) fail(m_in.line(), "a section was expected, found group code " + std::to_string(code));
+    const std::string_view v = trimmed(value);
+    if (v == "EOF") return "EOF";
+    if (v != "SECTION") fail(m_in.line(), "a section was expected, found \"" + std::string(v.substr(0, 40)) + "\"");
+    if (!nextTag(code, value)) failInput();
+    if (code != 2) fail(m_in.line(), "the section has no name");
+    return std::string(trimmed(value));
+}
+
+void Reader::run()
+{
+    int sections = 0;
+    for (std::string name = sectionOrEnd(); !name.empty() && name != "EOF"; name = sectionOrEnd()) {
+        section(name);
+        ++sections;
+    }
+    if (sections == 0) fail(m_in.line(), "no DXF section found");
+    finish();
+}
+
+void Reader::section(const std::string& name)
+{
+    if (name == "HEADER") header();
+    else if (name == "CLASSES") classes();
+    else if (name == "TABLES") tables();
+    else if (name == "BLOCKS") blocks();
+    else if (name == "ENTITIES") entities();
+    else if (name == "OBJECTS") objects();
+    else otherSection(name);
+}
+
+void Reader::header()
+{
+    int code;
+    std::string_view value;
+    std::string var;
+    KoDbDxfTags tags;
+    auto flush = [&]() {
+        if (var.empty()) return;
+        auto first = [&](int c) -> const KoDbDxfTag* {
+            for (const auto& t : tags)
+                if (t.code == c) return &t;
+            return nullptr;
+        };
+        auto number = [&](int c, double fallback) {
+            double d;
+            const KoDbDxfTag* t = first(c);
+            return t && parseDouble(t->value, d) ? d : fallback;
+        };
+        const KoDbDxfTag* t0 = tags.empty() ? nullptr : &tags.front();
+        if (var == "$ACADVER" && t0) {
+            m_report.version = t0->value;
+            if (t0->value < "AC1015")
+                fail(m_in.line(), "DXF release " + t0->value + " is older than AC1015 (release 2000) and cannot be read");
+            // Release 2007 (AC1021) and later store UTF-8.
+            m_convert = t0->value < "AC1021";
+        } else if (var == "$DWGCODEPAGE" && t0) {
+            std::string cp = t0->value;
+            for (auto& ch : cp) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+            std::string from = cp.rfind("ANSI_", 0) == 0 ? "CP" + cp.substr(5) : "CP1252";
+            if (m_iconv != reinterpret_cast<iconv_t>(-1)) iconv_close(m_iconv);  // a second code page wins
+            m_iconv = iconv_open("UTF-8", from.c_str());
+            if (m_iconv == reinterpret_cast<iconv_t>(-1)) m_iconv = iconv_open("UTF-8", "CP1252");
+        } else if (var == "$HANDSEED" && t0) {
+            uint64_t h;
+            if (parseHandle(t0->value, h)) m_d.handseed = std::max(m_d.handseed, h);
+        } else if (var == "$INSUNITS") {
+            const int u = static_cast<int>(number(70, 0));
+            m_d.insunits = u >= 0 && u <= 24 ? u : 0;
+        } else if (var == "$CLAYER" && t0) {
+            m_clayer = text(t0->value);
+        } else if (var == "$CELTYPE" && t0) {
+            m_celtype = text(t0->value);
+        } else if (var == "$CECOLOR") {
+            m_d.cecolor = KoCmColor::fromIndex(static_cast<int>(number(62, 256)));
+        } else if (var == "$CELWEIGHT") {
+            m_d.celweight = static_cast<KoDb::LineWeight>(static_cast<int>(number(370, -1)));
+        } else if (var == "$CELTSCALE") {
+            m_d.celtscale = number(40, 1.0) > 0 ? number(40, 1.0) : 1.0;
+        } else if (var == "$LTSCALE") {
+            m_d.ltscale = number(40, 1.0) > 0 ? number(40, 1.0) : 1.0;
+        } else if (var == "$MEASUREMENT") {
+            m_d.measurement = number(70, 1) != 0 ? 1 : 0;
+        } else if (var == "$TILEMODE") {
+            m_d.tilemode = number(70, 1) != 0;
+        } else if (var == "$EXTMIN") {
+            m_d.extmin = {number(10, 1e20), number(20, 1e20), number(30, 1e20)};
+        } else if (var == "$EXTMAX") {
+            m_d.extmax = {number(10, -1e20), number(20, -1e20), number(30, -1e20)};
+        } else if (var != "$ACADMAINTVER") {
+            for (auto& t : tags)
+                if (valueKind(t.code) == ValueKind::String) t.value = text(t.value);
+            m_d.headerVars.emplace_back(var, std::move(tags));
+        }
+        tags.clear();
+        var.clear();
+    };
+    while (nextTag(code, value)) {
+        if (code == 0) {
+            if (trimmed(value) != "ENDSEC") fail(m_in.line(), "the header section has no end");
+            flush();
+            return;
+        }
+        if (code == 9) {
+            flush();
+            var = text(trimmed(value));
+            if (var.empty()) fail(m_in.line(), "a header variable has no name");
+            continue;
+        }
+        if (var.empty()) fail(m_in.line(), "a header variable name (group 9) was expected");
+        if (!validValue(code, value))
+            fail(m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
+        tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
+    }
+    failInput();
+}
+
+void Reader::classes()
+{
+    Record r;
+    for (;;) {
+        readRecord(r);
+        if (r.name == "ENDSEC") return;
+        validate(r);
+        KoDbDxfRecord rec {r.name, {}};
+        for (const RTag& t : r) rec.tags.push_back({t.code, t.value});
+        m_d.classes.push_back(std::move(rec));
+    }
+}
+
+void Reader::otherSection(const std::string& name)
+{
+    // Kept whole (thumbnails, data of other applications).
+    KoDbDxfTags tags;
+    int code;
+    std::string_view value;
+    while (nextTag(code, value)) {
+        if (code == 0 && trimmed(value) == "ENDSEC") {
+            m_d.otherSections.emplace_back(name, std::move(tags));
+            return;
+        }
+        if (!validValue(code, value)) fail(m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
+        tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
+    }
+    failInput();
+}
+
+// ---- tables -----------------------------------------------------------------
+
+void Reader::tables()
+{
+    Record r;
+    KoDbSymbolTable* table = nullptr;
+    for (;;) {
+        readRecord(r);
+        if (r.name == "ENDSEC") return;
+        validate(r);
+        if (r.name == "TABLE") {
+            std::string name;
+            for (const RTag& t : r)
+                if (t.code == 2) {
+                    name = t.value;
+                    break;
+                }
+            KoDbObjectId* slot = name == "BLOCK_RECORD" ? &m_d.blockTable
+                                 : name == "LAYER"      ? &m_d.layerTable
+                                 : name == "LTYPE"      ? &m_d.linetypeTable
+                                 : name == "STYLE"      ? &m_d.styleTable
+                                 : name == "DIMSTYLE"   ? &m_d.dimstyleTable
+                                 : name == "APPID"      ? &m_d.appidTable
+                                 : name == "VPORT"      ? &m_d.vportTable
+                                 : name == "VIEW"       ? &m_d.viewTable
+                                 : name == "UCS"        ? &m_d.ucsTable
+                                                        : nullptr;
+            if (!slot) fail(r.line, "unknown table \"" + name + "\"");
+            if (!slot->isNull()) {
+                table = kodbPeek<KoDbSymbolTable>(*slot);
+                continue;
+            }
+            Common c;
+            splitRecord(r, c, false);
+            table = name == "BLOCK_RECORD" ? new KoDbBlockTable
+                    : name == "LAYER"      ? new KoDbLayerTable
+                    : name == "LTYPE"      ? static_cast<KoDbSymbolTable*>(new KoDbLinetypeTable)
+                                           : new KoDbSymbolTable(name.c_str());
+            place(table, c, {}, nullptr);
+            *slot = table->objectId();
+            continue;
+        }
+        if (r.name == "ENDTAB") {
+            table = nullptr;
+            continue;
+        }
+        if (!table) fail(r.line, "table record \"" + r.name + "\" outside a table");
+        const std::string& expected = table->dxfName();
+        if (r.name != expected) fail(r.line, "a " + r.name + " record in the " + expected + " table");
+        tableRecord(r, table);
+    }
+}
+
+void Reader::tableRecord(const Record& r, KoDbSymbolTable* table)
+{
+    Common c;
+    splitRecord(r, c, false, r.name == "DIMSTYLE" ? 105 : 5);
+    KoDbSymbolTableRecord* rec = nullptr;
+    auto* layer = r.name == "LAYER" ? new KoDbLayerTableRecord : nullptr;
+    auto* linetype = r.name == "LTYPE" ? new KoDbLinetypeTableRecord : nullptr;
+    auto* block = r.name == "BLOCK_RECORD" ? new KoDbBlockTableRecord : nullptr;
+    rec = layer ? static_cast<KoDbSymbolTableRecord*>(layer)
+          : linetype ? static_cast<KoDbSymbolTableRecord*>(linetype)
+          : block    ? static_cast<KoDbSymbolTableRecord*>(block)
+                     : new KoDbSymbolTableRecord;
+    std::unique_ptr<KoDbSymbolTableRecord> guard(rec);
+    KoDbDxfTags preserved;
+    KoString name;
+    int flags = 0;
+    KoCmColor layerColor = KoCmColor::fromIndex(7);
+    int layerIndex = 7;
+    bool hasTrueColor = false;
+    std::string layerLinetype;
+    std::vector<KoDbLinetypeDash> dashes;
+    KoDbStub* layoutStub = nullptr;
+    for (const BodyTag& b : c.body) {
+        const RTag& t = *b.tag;
+        if (t.code == 100 && (t.value == "AcDbSymbolTableRecord" || t.value == "AcDbLayerTableRecord" ||
+                              t.value == "AcDbLinetypeTableRecord" || t.value == "AcDbBlockTableRecord"))
+            continue;
+        switch (t.code) {
+        case 2: name = wide(t.value); continue;
+        case 70:
+            // Block records keep their units here; their flags come with BLOCK.
+            if (block) block->setBlockInsertUnits(std::clamp(integer(t), 0, 24));
+            else flags = integer(t);
+            continue;
+        default: break;
+        }
+        if (layer) {
+            switch (t.code) {
+            case 62: layerIndex = integer(t); continue;
+            case 420: {
+                const int rgb = integer(t);
+                hasTrueColor = true;
+                layerColor = KoCmColor::fromRGB(static_cast<uint8_t>(rgb >> 16), static_cast<uint8_t>(rgb >> 8),
+                                                static_cast<uint8_t>(rgb));
+                continue;
+            }
+            case 6: layerLinetype = t.value; continue;
+            case 370: layer->setLineWeight(static_cast<KoDb::LineWeight>(integer(t))); continue;
+            case 290: layer->setIsPlottable(integer(t) != 0); continue;
+            default: break;
+            }
+        } else if (linetype) {
+            switch (t.code) {
+            case 3: linetype->setComments(wide(t.value)); continue;
+            case 72: case 73: continue;  // alignment and count follow from the dashes
+            case 40: linetype->setPatternLength(dbl(t)); continue;
+            case 49: dashes.push_back({}); dashes.back().length = dbl(t); continue;
+            default: break;
+            }
+            if (!dashes.empty()) {
+                KoDbLinetypeDash& d = dashes.back();
+                switch (t.code) {
+                case 74: d.complexType = integer(t); continue;
+                case 75: d.shapeNumber = integer(t); continue;
+                case 340: d.textStyle = KoDbHandle(handleValue(t)); continue;
+                case 46: d.scale = dbl(t); continue;
+                case 50: d.rotation = dbl(t) * kDegToRad; continue;
+                case 44: d.offsetX = dbl(t); continue;
+                case 45: d.offsetY = dbl(t); continue;
+                case 9: d.text = wide(t.value); continue;
+                default: break;
+                }
+            }
+        } else if (block) {
+            switch (t.code) {
+            case 340: layoutStub = stubOf(t); continue;
+            case 280: block->setExplodable(integer(t) != 0); continue;
+            case 281: block->setBlockScaling(integer(t) != 0); continue;
+            default: break;
+            }
+        }
+        preserve(preserved, b);
+    }
+    if (name.isEmpty()) fail(r.line, "a " + r.name + " record has no name");
+    if (table->has(name)) {
+        m_report.warnings.push_back(r.name + " record \"" + name.toUtf8() + "\" appears twice; the second was dropped");
+        return;
+    }
+    rec->setName(name);
+    rec->setFlags(flags);
+    if (layer) {
+        if (layerIndex < 0) layer->setIsOff(true);
+        layerIndex = std::abs(layerIndex);
+        if (hasTrueColor) {
+            layerColor.setNearestIndex(layerIndex);
+            layer->setColor(layerColor);
+        } else if (layerIndex >= 1 && layerIndex <= 255) {
+            layer->setColor(KoCmColor::fromIndex(layerIndex));
+        }
+        if (!layerLinetype.empty()) layer->setLinetypeObjectId(linetypeByName(layerLinetype, r.line));
+    }
+    if (linetype) linetype->setDashes(std::move(dashes));
+    guard.release();
+    place(rec, c, std::move(preserved), KoDbAccess::stub(table));
+    const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(rec->objectId());
+    table->recordRenamed();
+    if (block && layoutStub) m_blockLayouts.emplace_back(block, layoutStub);
+}
+
+// ---- blocks and entities ---------------------------------------------------
+
+void Reader::blocks()
+{
+    Record r;
+    KoDbBlockTableRecord* block = nullptr;
+    uint64_t beginHandle = 0;
+    for (;;) {
+        readRecord(r);
+        if (r.name == "ENDSEC") return;
+        validate(r);
+        if (r.name == "BLOCK") {
+            Common c;
+            splitRecord(r, c, true);
+            KoString name;
+            int flags = 0;
+            KoGePoint3d origin;
+            KoString path, description;
+            for (const BodyTag& b : c.body) {
+                const RTag& t = *b.tag;
+                switch (t.code) {
+                case 2: name = wide(t.value); break;
+                case 70: flags = integer(t); break;
+                case 10: origin.x = dbl(t); break;
+                case 20: origin.y = dbl(t); break;
+                case 30: origin.z = dbl(t); break;
+                case 1: path = wide(t.value); break;
+                case 4: description = wide(t.value); break;
+                default: break;
+                }
+            }
+            block = c.owner ? KoDbBlockTableRecord::cast(c.owner->object) : nullptr;
+            auto* table = kodbPeek<KoDbBlockTable>(m_d.blockTable);
+            if (!block && table) {
+                KoDbObjectId id;
+                if (table->getAt(name, id) == Kora::eOk) block = kodbPeek<KoDbBlockTableRecord>(id);
+            }
+            if (!block) {
+                if (!table) fail(r.line, "block \"" + name.toUtf8() + "\" has no block table record");
+                if (name.isEmpty()) fail(r.line, "a block has no name");
+                block = new KoDbBlockTableRecord;
+                block->setName(name);
+                KoDbAccess::addUnnumbered(m_db, block, KoDbAccess::stub(table));
+                m_unnumbered.push_back(KoDbAccess::stub(block));
+                const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(block->objectId());
+                table->recordRenamed();
+            }
+            Writable writable(block);
+            block->setFlags(flags);
+            block->setOrigin(origin);
+            block->setPathName(path);
+            block->setComments(description);
+            beginHandle = c.handle;
+            continue;
+        }
+        if (r.name == "ENDBLK") {
+            Common c;
+            splitRecord(r, c, true);
+            if (block) block->setMarkerHandles(KoDbHandle(beginHandle), KoDbHandle(c.handle));
+            block = nullptr;
+            continue;
+        }
+        if (!block) fail(r.line, "entity " + r.name + " outside a block definition");
+        entity(r, block);
+    }
+}
+
+void Reader::entities()
+{
+    Record r;
+    for (;;) {
+        readRecord(r);
+        if (r.name == "ENDSEC") return;
+        validate(r);
+        entity(r, nullptr);
+    }
+}
+
+void Reader::readSubRecords(std::vector<KoDbDxfRecord>& subs)
+{
+    // Attributes or vertices, up to and with their end marker.
+    Record r;
+    for (;;) {
+        readRecord(r);
+        if (r.name != "ATTRIB" && r.name != "VERTEX" && r.name != "SEQEND") {
+            std::swap(r, m_pending);
+            m_hasPending = true;
+            m_report.warnings.push_back("a sequence of vertices or attributes has no end marker");
+            return;
+        }
+        validate(r);
+        KoDbDxfRecord rec {r.name, {}};
+        rec.tags.reserve(r.size);
+        for (const RTag& t : r) {
+            if (t.code == 5) handleValue(t);
+            rec.tags.push_back({t.code, t.value});
+        }
+        subs.push_back(std::move(rec));
+        if (r.name == "SEQEND") return;
+    }
+}
+
+void Reader::entity(Record& r, KoDbBlockTableRecord* block)
+{
+    Common c;
+    splitRecord(r, c, true);
+    KoDbDxfTags preserved;
+    std::vector<KoDbDxfRecord> subs;
+    bool hasSubs = r.name == "POLYLINE";
+    if (r.name == "INSERT")
+        for (const BodyTag& b : c.body)
+            if (b.code() == 66 && integer(*b.tag) != 0) hasSubs = true;
+    if (hasSubs) readSubRecords(subs);
+
+    std::unique_ptr<KoDbEntity> e = knownEntity(r, c, preserved, subs);
+    if (!e) {
+        // Kept whole: every tag after the common ones, and its sub-records.
+        preserved.clear();
+        for (const BodyTag& b : c.body) preserve(preserved, b);
+        auto unknown = std::make_unique<KoDbUnknownEntity>();
+        unknown->setDxfName(r.name);
+        unknown->setSubRecords(std::move(subs));
+        e = std::move(unknown);
+        ++m_report.unknownEntities[r.name];
+    }
+    applyEntityProperties(e.get(), c, r.line);
+    if (!block) {
+        block = c.owner ? KoDbBlockTableRecord::cast(c.owner->object) : nullptr;
+        if (!block) {
+            const KoDbObjectId space = c.paperSpace ? m_db.paperSpaceId() : m_db.modelSpaceId();
+            block = kodbPeek<KoDbBlockTableRecord>(space);
+        }
+        if (!block)
+            fail(r.line, "the drawing has no block record for its " + std::string(c.paperSpace ? "paper" : "model") + " space");
+    }
+    KoDbEntity* placed = e.release();
+    place(placed, c, std::move(preserved), KoDbAccess::stub(block));
+    block->attachEntity(placed->objectId());
+}
+
+// Fills the entity a record describes, or answers null when its kind is
+// unknown or its data does not fit the model (it is then kept whole).
+std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs)
+{
+    const std::string& n = r.name;
+    // None of the modelled kinds uses the common property codes in its own
+    // subclass, so such codes found there are taken as the properties.
+    auto keep = [&](const BodyTag& b) {
+        if (!takeCommon(c, *b.tag)) preserve(preserved, b);
+    };
+    auto isMarker = [](const BodyTag& b, std::initializer_list<const char*> names) {
+        if (b.code() != 100) return false;
+        for (const char* s : names)
+            if (b.tag->value == s) return true;
+        return false;
+    };
+    bool ok = true;
+    auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
+    KoGePoint3d p10, p11, p12;
+    KoGeVector3d normal = KoGeVector3d::kZAxis();
+
+    if (n == "LINE") {
+        auto e = std::make_unique<KoDbLine>();
+        double thickness = 0;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbLine"}) || point(t, p10, 10) || point(t, p11, 11) || vec(t, normal, 210)) continue;
+            if (t.code == 39) thickness = dbl(t);
+            else keep(b);
+        }
+        e->setStartPoint(p10);
+        e->setEndPoint(p11);
+        e->setThickness(thickness);
+        e->setNormal(normal);
+        return e;
+    }
+    if (n == "CIRCLE" || n == "ARC") {
+        double radius = 0, thickness = 0, start = 0, end = 360;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbCircle", "AcDbArc"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
+            switch (t.code) {
+            case 40: radius = dbl(t); break;
+            case 39: thickness = dbl(t); break;
+            case 50: start = dbl(t); break;
+            case 51: end = dbl(t); break;
+            default: keep(b);
+            }
+        }
+        if (!(radius > 0.0)) return nullptr;
+        if (n == "CIRCLE") {
+            auto e = std::make_unique<KoDbCircle>(p10, normal, radius);
+            e->setThickness(thickness);
+            return e;
+        }
+        auto e = std::make_unique<KoDbArc>(p10, radius, start * kDegToRad, end * kDegToRad);
+        e->setNormal(normal);
+        e->setThickness(thickness);
+        return e;
+    }
+    if (n == "ELLIPSE") {
+        double ratio = 1, start = 0, end = 2 * std::numbers::pi;
+        KoGeVector3d major;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbEllipse"}) || point(t, p10, 10) || vec(t, major, 11) || vec(t, normal, 210)) continue;
+            switch (t.code) {
+            case 40: ratio = dbl(t); break;
+            case 41: start = dbl(t); break;
+            case 42: end = dbl(t); break;
+            default: keep(b);
+            }
+        }
+        auto e = std::make_unique<KoDbEllipse>();
+        if (e->set(p10, normal, major, ratio, start, end) != Kora::eOk) {
+            return nullptr;
+        }
+        return e;
+    }
+    if (n == "LWPOLYLINE") {
+        auto e = std::make_unique<KoDbPolyline>();
+        std::vector<KoDbPolyline::Vertex> vs;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbPolyline"}) || vec(t, normal, 210)) continue;
+            switch (t.code) {
+            case 90: vs.reserve(static_cast<size_t>(std::clamp(integer(t), 0, 1 << 20))); break;
+            case 70: {
+                const int f = integer(t);
+                e->setClosed((f & 1) != 0);
+                e->setPlinegen((f & 128) != 0);
+                break;
+            }
+            case 43: e->setConstantWidth(dbl(t)); break;
+            case 38: e->setElevation(dbl(t)); break;
+            case 39: e->setThickness(dbl(t)); break;
+            case 10: vs.emplace_back(); vs.back().point.x = dbl(t); break;
+            case 20: if (vs.empty()) return nullptr; vs.back().point.y = dbl(t); break;
+            case 40: if (vs.empty()) return nullptr; vs.back().startWidth = dbl(t); break;
+            case 41: if (vs.empty()) return nullptr; vs.back().endWidth = dbl(t); break;
+            case 42: if (vs.empty()) return nullptr; vs.back().bulge = dbl(t); break;
+            case 91: break;  // vertex identifiers are given anew
+            default: keep(b);
+            }
+        }
+        e->setVertices(std::move(vs));
+        e->setNormal(normal);
+        return e;
+    }
+    if (n == "POLYLINE") {
+        int flags = 0;
+        for (const BodyTag& b : c.body)
+            if (b.code() == 70) flags = integer(*b.tag);
+        // Only plain 3D polylines are modelled; 2D, smoothed and mesh
+        // polylines are kept whole.
+        if ((flags & 8) == 0 || (flags & (4 | 16 | 64)) != 0) return nullptr;
+        std::vector<KoGePoint3d> points;
+        for (const KoDbDxfRecord& v : subs) {
+            if (v.dxfName != "VERTEX") continue;
+            KoGePoint3d p;
+            int vflags = 0;
+            for (const auto& t : v.tags) {
+                double d = 0;
+                if (t.code == 10 || t.code == 20 || t.code == 30) parseDouble(t.value, d);
+                if (t.code == 10) p.x = d;
+                else if (t.code == 20) p.y = d;
+                else if (t.code == 30) p.z = d;
+                else if (t.code == 70) {
+                    int64_t i = 0;
+                    parseInt(t.value, i);
+                    vflags = static_cast<int>(i);
+                }
+            }
+            if (vflags & 16) return nullptr;  // a spline frame: not a plain polyline
+            points.push_back(p);
+        }
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDb3dPolyline"}) || t.code == 66 || t.code == 70 || point(t, p10, 10)) continue;
+            keep(b);
+        }
+        auto e = std::make_unique<KoDb3dPolyline>();
+        e->setVertices(std::move(points));
+        e->setClosed((flags & 1) != 0);
+        subs.clear();
+        return e;
+    }
+    if (n == "SPLINE") {
+        int degree = 3, flags = 0;
+        std::vector<double> knots, weights;
+        std::vector<KoGePoint3d> cps, fits;
+        KoGeVector3d startTangent, endTangent, splineNormal;
+        bool hasNormal = false;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbSpline"}) || vec(t, startTangent, 12) || vec(t, endTangent, 13)) continue;
+            if (vec(t, splineNormal, 210)) {
+                hasNormal = true;
+                continue;
+            }
+            switch (t.code) {
+            case 70: flags = integer(t); break;
+            case 71: degree = integer(t); break;
+            case 72: case 73: case 74: break;  // counts follow from the lists
+            case 40: knots.push_back(dbl(t)); break;
+            case 41: weights.push_back(dbl(t)); break;
+            case 10: cps.emplace_back(); cps.back().x = dbl(t); break;
+            case 20: if (cps.empty()) return nullptr; cps.back().y = dbl(t); break;
+            case 30: if (cps.empty()) return nullptr; cps.back().z = dbl(t); break;
+            case 11: fits.emplace_back(); fits.back().x = dbl(t); break;
+            case 21: if (fits.empty()) return nullptr; fits.back().y = dbl(t); break;
+            case 31: if (fits.empty()) return nullptr; fits.back().z = dbl(t); break;
+            default: keep(b);
+            }
+        }
+        auto e = std::make_unique<KoDbSpline>();
+        if (!cps.empty()) check(e->setNurbsData(degree, flags, std::move(knots), std::move(cps), std::move(weights)));
+        else if (fits.empty()) ok = false;
+        check(e->setFitPoints(std::move(fits)));
+        check(e->setFitTangents(startTangent, endTangent));
+        if (hasNormal) check(e->setNormal(splineNormal));
+        if (!ok) {
+            return nullptr;
+        }
+        return e;
+    }
+    if (n == "POINT") {
+        auto e = std::make_unique<KoDbPoint>();
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbPoint"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
+            if (t.code == 39) e->setThickness(dbl(t));
+            else if (t.code == 50) e->setEcsRotation(dbl(t) * kDegToRad);
+            else keep(b);
+        }
+        e->setPosition(p10);
+        e->setNormal(normal);
+        return e;
+    }
+    if (n == "TEXT") {
+        auto e = std::make_unique<KoDbText>();
+        bool hasAlign = false;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbText"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
+            if (point(t, p11, 11)) {
+                hasAlign = true;
+                continue;
+            }
+            switch (t.code) {
+            case 1: check(e->setTextString(wide(t.value))); break;
+            case 7: check(e->setTextStyleName(wide(t.value))); break;
+            case 39: check(e->setThickness(dbl(t))); break;
+            case 40: check(e->setHeight(dbl(t))); break;
+            case 41: check(e->setWidthFactor(dbl(t))); break;
+            case 50: check(e->setRotation(dbl(t) * kDegToRad)); break;
+            case 51: check(e->setOblique(dbl(t) * kDegToRad)); break;
+            case 71: check(e->setGenerationFlags(integer(t))); break;
+            case 72: check(e->setHorizontalMode(static_cast<KoDbText::TextHorzMode>(std::clamp(integer(t), 0, 5)))); break;
+            case 73: check(e->setVerticalMode(static_cast<KoDbText::TextVertMode>(std::clamp(integer(t), 0, 3)))); break;
+            default: keep(b);
+            }
+        }
+        e->setPosition(p10);
+        if (hasAlign) e->setAlignmentPoint(p11);
+        e->setNormal(normal);
+        if (!ok) {
+            return nullptr;
+        }
+        return e;
+    }
+    if (n == "MTEXT") {
+        auto e = std::make_unique<KoDbMText>();
+        std::string contents, last;
+        bool hasDirection = false;
+        double rotation = 0;
+        bool hasRotation = false;
+        KoGeVector3d direction;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbMText"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
+            if (vec(t, direction, 11)) {
+                hasDirection = true;
+                continue;
+            }
+            switch (t.code) {
+            case 3: contents += t.value; break;
+            case 1: last = t.value; break;
+            case 7: check(e->setTextStyleName(wide(t.value))); break;
+            case 40: check(e->setTextHeight(dbl(t))); break;
+            case 41: check(e->setWidth(dbl(t))); break;
+            case 44: check(e->setLineSpacingFactor(dbl(t))); break;
+            case 50: rotation = dbl(t) * kDegToRad; hasRotation = true; break;
+            case 71: check(e->setAttachment(static_cast<KoDbMText::AttachmentPoint>(integer(t)))); break;
+            case 72: check(e->setFlowDirection(integer(t))); break;
+            case 73: check(e->setLineSpacingStyle(integer(t))); break;
+            default: keep(b);
+            }
+        }
+        e->setLocation(p10);
+        e->setNormal(normal);
+        e->setContents(wide(contents + last));
+        if (hasDirection) check(e->setDirection(direction));
+        else if (hasRotation) check(e->setRotation(rotation));
+        if (!ok) {
+            return nullptr;
+        }
+        return e;
+    }
+    if (n == "INSERT") {
+        auto e = std::make_unique<KoDbBlockReference>();
+        KoGeScale3d scale;
+        std::string blockName;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbBlockReference"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
+            switch (t.code) {
+            case 2: blockName = t.value; break;
+            case 41: scale.sx = dbl(t); break;
+            case 42: scale.sy = dbl(t); break;
+            case 43: scale.sz = dbl(t); break;
+            case 50: check(e->setRotation(dbl(t) * kDegToRad)); break;
+            case 66: break;  // follows from the attribute records
+            default: keep(b);
+            }
+        }
+        KoDbObjectId block;
+        if (const auto* table = kodbPeek<KoDbSymbolTable>(m_d.blockTable)) table->getAt(wide(blockName), block);
+        check(e->setBlockTableRecord(block));
+        check(e->setScaleFactors(scale));
+        e->setPosition(p10);
+        e->setNormal(normal);
+        e->setAttributeRecords(std::move(subs));
+        subs.clear();
+        if (!ok) {
+            subs = e->attributeRecords();
+            return nullptr;
+        }
+        return e;
+    }
+    if (n == "HATCH") return hatch(r, c, preserved);
+    if (n == "VIEWPORT") {
+        auto e = std::make_unique<KoDbViewport>();
+        KoGePoint3d viewCenter, target;
+        KoGeVector3d direction = KoGeVector3d::kZAxis();
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbViewport"}) || point(t, p10, 10) || vec(t, direction, 16) || point(t, target, 17))
+                continue;
+            switch (t.code) {
+            case 12: viewCenter.x = dbl(t); break;
+            case 22: viewCenter.y = dbl(t); break;
+            case 40: check(e->setWidth(dbl(t))); break;
+            case 41: check(e->setHeight(dbl(t))); break;
+            case 68: check(e->setStatus(integer(t))); break;
+            case 69: check(e->setNumber(integer(t))); break;
+            case 42: check(e->setLensLength(dbl(t))); break;
+            case 45: check(e->setViewHeight(dbl(t))); break;
+            case 51: check(e->setTwistAngle(dbl(t) * kDegToRad)); break;
+            case 90: check(e->setStatusFlags(integer(t))); break;
+            default: keep(b);
+            }
+        }
+        e->setCenterPoint(p10);
+        e->setViewCenter({viewCenter.x, viewCenter.y});
+        e->setViewTarget(target);
+        check(e->setViewDirection(direction));
+        if (!ok) {
+            return nullptr;
+        }
+        return e;
+    }
+    if (n == "DGNUNDERLAY") {
+        auto e = std::make_unique<KoDbDgnReference>();
+        KoGeScale3d scale;
+        std::vector<KoGePoint2d> clip;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (isMarker(b, {"AcDbUnderlayReference"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
+            switch (t.code) {
+            case 340: check(e->setDefinitionId(idOf(t))); break;
+            case 41: scale.sx = dbl(t); break;
+            case 42: scale.sy = dbl(t); break;
+            case 43: scale.sz = dbl(t); break;
+            case 50: check(e->setRotation(dbl(t) * kDegToRad)); break;
+            case 280: {
+                const int f = integer(t);
+                e->setIsClipped(f & 1);
+                e->setIsOn(f & 2);
+                e->setIsMonochrome(f & 4);
+                e->setIsAdjustedForBackground(f & 8);
+                break;
+            }
+            case 281: check(e->setContrast(static_cast<uint8_t>(std::clamp(integer(t), 20, 100)))); break;
+            case 282: check(e->setFade(static_cast<uint8_t>(std::clamp(integer(t), 0, 80)))); break;
+            case 11: clip.emplace_back(dbl(t), 0.0); break;
+            case 21: if (clip.empty()) return nullptr; clip.back().y = dbl(t); break;
+            default: keep(b);
+            }
+        }
+        check(e->setPosition(p10));
+        check(e->setScaleFactors(scale));
+        check(e->setNormal(normal));
+        check(e->setClipBoundary(std::move(clip)));
+        // Layer states travel in the platform's own extended data.
+        std::vector<KoDbUnderlayLayer> layers;
+        KoDbDxfTags rest;
+        bool inKora = false;
+        for (size_t k = 0; k < c.xdata.size(); ++k) {
+            const KoDbDxfTag& t = c.xdata[k];
+            if (t.code == 1001) inKora = t.value == kKoraApp;
+            if (!inKora) {
+                rest.push_back(t);
+                continue;
+            }
+            if (t.code == 1000 && k + 1 < c.xdata.size() && c.xdata[k + 1].code == 1070) {
+                int64_t state = 1;
+                parseInt(c.xdata[k + 1].value, state);
+                layers.push_back({wide(t.value), state ? KoDbUnderlayLayer::kOn : KoDbUnderlayLayer::kOff});
+                ++k;
+            }
+        }
+        c.xdata = std::move(rest);
+        e->setUnderlayLayers(std::move(layers));
+        if (!ok) {
+            return nullptr;
+        }
+        return e;
+    }
+    std::unique_ptr<KoDbOpaqueEntity> opaque;
+    if (n == "3DSOLID") opaque = std::make_unique<KoDb3dSolid>();
+    else if (n == "REGION") opaque = std::make_unique<KoDbRegion>();
+    else if (n == "BODY") opaque = std::make_unique<KoDbBody>();
+    else if (n == "OLEFRAME") opaque = std::make_unique<KoDbOleFrame>();
+    else if (n == "OLE2FRAME") opaque = std::make_unique<KoDbOle2Frame>();
+    else if (n.size() > 7 && n.compare(n.size() - 7, 7, "SURFACE") == 0) opaque = std::make_unique<KoDbSurface>();
+    if (opaque) {
+        opaque->setDxfName(n);
+        for (const BodyTag& b : c.body) preserve(preserved, b);
+        return opaque;
+    }
+    return nullptr;
+}
+
+std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTags& preserved)
+{
+    bool ok = true;
+    auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
+    auto keep = [&](const BodyTag& b) {
+        if (!takeCommon(c, *b.tag)) preserve(preserved, b);
+    };
+    KoGeVector3d normal = KoGeVector3d::kZAxis();
+    auto e = std::make_unique<KoDbHatch>();
+    const size_t count = c.body.size();
+    size_t i = 0;
+    auto at = [&](size_t k) -> const RTag& { return *c.body[k].tag; };
+    auto need = [&](int code) -> const RTag& {
+        if (i >= count || at(i).code != code)
+            fail(i < count ? at(i).line : r.line, "hatch boundary data: group " + std::to_string(code) + " was expected");
+        return at(i++);
+    };
+    auto peek = [&](int code) { return i < count && at(i).code == code; };
+    auto pt2 = [&](int base) {
+        KoGePoint2d p;
+        p.x = dbl(need(base));
+        p.y = dbl(need(base + 10));
+        return p;
+    };
+    auto counted = [&](int code, int limit) {
+        const int v = integer(need(code));
+        if (v < 0 || v > limit) fail(at(i - 1).line, "hatch: count " + std::to_string(v) + " is out of range");
+        return v;
+    };
+    KoGePoint3d elevation;
+    std::vector<KoDbHatch::Loop> loops;
+    std::vector<KoDbHatch::PatternLine> lines;
+    std::vector<KoGePoint2d> seeds;
+    KoString pattern = L"SOLID";
+    int patternType = 1;
+    double angle = 0, scale = 1;
+    bool isDouble = false;
+    while (i < count) {
+        const BodyTag& b = c.body[i];
+        const RTag& t = *b.tag;
+        if ((t.code == 100 && t.value == "AcDbHatch") || point(t, elevation, 10) || vec(t, normal, 210)) {
+            ++i;
+            continue;
+        }
+        switch (t.code) {
+        case 2: pattern = wide(t.value); ++i; break;
+        case 70: ++i; break;  // solid or not follows from the pattern name
+        case 71: e->setAssociative(integer(t) != 0); ++i; break;
+        case 75: check(e->setHatchStyle(integer(t))); ++i; break;
+        case 76: patternType = std::clamp(integer(t), 0, 2); ++i; break;
+        case 52: angle = dbl(t); ++i; break;
+        case 41: scale = dbl(t); ++i; break;
+        case 77: isDouble = integer(t) != 0; ++i; break;
+        case 47: e->setPixelSize(dbl(t)); ++i; break;
+        case 91: {
+            const int n91 = counted(91, 1 << 20);
+            for (int k = 0; k < n91; ++k) {
+                KoDbHatch::Loop loop;
+                loop.type = integer(need(92));
+                if (loop.isPolyline()) {
+                    const bool bulges = integer(need(72)) != 0;
+                    loop.closed = integer(need(73)) != 0;
+                    const int nv = counted(93, 1 << 22);
+                    for (int v = 0; v < nv; ++v) {
+                        loop.vertices.push_back(pt2(10));
+                        if (bulges) loop.bulges.push_back(peek(42) ? dbl(need(42)) : 0.0);
+                    }
+                    bool any = false;
+                    for (double bg : loop.bulges) any = any || bg != 0.0;
+                    if (!any) loop.bulges.clear();
+                } else {
+                    const int ne = counted(93, 1 << 22);
+                    for (int k2 = 0; k2 < ne; ++k2) {
+                        KoDbHatch::Edge edge;
+                        const int type = integer(need(72));
+                        if (type < 1 || type > 4) fail(at(i - 1).line, "hatch: unknown edge type " + std::to_string(type));
+                        edge.type = static_cast<KoDbHatch::EdgeType>(type);
+                        if (type == 1) {
+                            edge.start = pt2(10);
+                            edge.end = pt2(11);
+                        } else if (type == 2 || type == 3) {
+                            edge.center = pt2(10);
+                            if (type == 3) edge.majorAxis = pt2(11);
+                            edge.radius = dbl(need(40));
+                            edge.startAngle = dbl(need(50));
+                            edge.endAngle = dbl(need(51));
+                            edge.counterClockwise = integer(need(73)) != 0;
+                        } else {
+                            edge.degree = integer(need(94));
+                            edge.rational = integer(need(73)) != 0;
+                            edge.periodic = integer(need(74)) != 0;
+                            const int nk = counted(95, 1 << 22), nc = counted(96, 1 << 22);
+                            for (int q = 0; q < nk; ++q) edge.knots.push_back(dbl(need(40)));
+                            for (int q = 0; q < nc; ++q) {
+                                edge.controlPoints.push_back(pt2(10));
+                                if (peek(42)) edge.weights.push_back(dbl(need(42)));
+                            }
+                            while (peek(42)) edge.weights.push_back(dbl(need(42)));
+                            if (peek(97)) {
+                                const int nf = counted(97, 1 << 22);
+                                for (int q = 0; q < nf; ++q) edge.fitPoints.push_back(pt2(11));
+                                if (peek(12)) {
+                                    edge.hasFitTangents = true;
+                                    edge.startTangent = pt2(12);
+                                    edge.endTangent = pt2(13);
+                                }
+                            }
+                        }
+                        loop.edges.push_back(std::move(edge));
+                    }
+                }
+                if (peek(97)) {
+                    const int ns = counted(97, 1 << 22);
+                    for (int q = 0; q < ns; ++q) loop.sourceObjects.emplace_back(handleValue(need(330)));
+                }
+                loops.push_back(std::move(loop));
+            }
+            break;
+        }
+        case 78: {
+            const int nl = counted(78, 1 << 16);
+            for (int k = 0; k < nl; ++k) {
+                KoDbHatch::PatternLine line;
+                line.angle = dbl(need(53));
+                line.base = {dbl(need(43)), dbl(need(44))};
+                line.offset = {dbl(need(45)), dbl(need(46))};
+                const int nd = counted(79, 1 << 16);
+                for (int q = 0; q < nd; ++q) line.dashes.push_back(dbl(need(49)));
+                lines.push_back(std::move(line));
+            }
+            break;
+        }
+        case 98: {
+            const int ns = counted(98, 1 << 22);
+            for (int k = 0; k < ns; ++k) seeds.push_back(pt2(10));
+            break;
+        }
+        default:
+            keep(b);
+            ++i;
+        }
+    }
+    check(e->setPattern(static_cast<KoDbHatch::HatchPatternType>(patternType), pattern));
+    check(e->setPatternGeometry(angle, scale > 0 ? scale : 1.0, isDouble));
+    check(e->setPatternLines(std::move(lines)));
+    check(e->setLoops(std::move(loops)));
+    check(e->setSeedPoints(std::move(seeds)));
+    check(e->setElevation(elevation.z));
+    check(e->setNormal(normal));
+    if (!ok) return nullptr;
+    return e;
+}
+
+// ---- objects -----------------------------------------------------------------
+
+void Reader::objects()
+{
+    Record r;
+    for (;;) {
+        readRecord(r);
+        if (r.name == "ENDSEC") return;
+        validate(r);
+        object(r);
+    }
+}
+
+void Reader::object(const Record& r)
+{
+    Common c;
+    splitRecord(r, c, false);
+    KoDbDxfTags preserved;
+    auto keep = [&](const BodyTag& b) { preserve(preserved, b); };
+    std::unique_ptr<KoDbObject> o;
+    if (r.name == "DICTIONARY") {
+        auto d = std::make_unique<KoDbDictionary>();
+        std::string key;
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            switch (t.code) {
+            case 100: if (t.value != "AcDbDictionary") keep(b); break;
+            case 280: d->setTreatElementsAsHard(integer(t) != 0); break;
+            case 281: d->setMergeStyle(integer(t)); break;
+            case 3: key = t.value; break;
+            case 350:
+            case 360:
+                if (KoDbStub* s = stubOf(t)) d->attachEntry(wide(key), KoDbObjectId(s));
+                key.clear();
+                break;
+            default: keep(b);
+            }
+        }
+        if (m_d.namedObjects.isNull() && !c.owner) {
+            KoDbDictionary* root = d.release();
+            place(root, c, std::move(preserved), nullptr);
+            m_d.namedObjects = root->objectId();
+            return;
+        }
+        o = std::move(d);
+    } else if (r.name == "LAYOUT") {
+        auto layout = std::make_unique<KoDbLayout>();
+        KoDbDxfTags plot;
+        KoGePoint3d limMin, limMax(420, 297, 0);
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (*b.subclass == "AcDbPlotSettings") {
+                if (t.code != 100) plot.push_back({t.code, t.value});
+                continue;
+            }
+            if (*b.subclass != "AcDbLayout") {
+                keep(b);
+                continue;
+            }
+            switch (t.code) {
+            case 100: break;
+            case 1: layout->setLayoutName(wide(t.value)); break;
+            case 71: layout->setTabOrder(integer(t)); break;
+            case 330: if (KoDbStub* s = stubOf(t)) m_layoutBlocks.emplace_back(layout.get(), s); break;
+            case 10: limMin.x = dbl(t); break;
+            case 20: limMin.y = dbl(t); break;
+            case 11: limMax.x = dbl(t); break;
+            case 21: limMax.y = dbl(t); break;
+            default: keep(b);
+            }
+        }
+        layout->setLimits({limMin.x, limMin.y}, {limMax.x, limMax.y});
+        layout->setPlotSettings(std::move(plot));
+        o = std::move(layout);
+    } else if (r.name == "DGNDEFINITION") {
+        auto def = std::make_unique<KoDbDgnDefinition>();
+        for (const BodyTag& b : c.body) {
+            const RTag& t = *b.tag;
+            if (t.code == 100 && t.value == "AcDbUnderlayDefinition") continue;
+            if (t.code == 1) def->setSourceFileName(wide(t.value));
+            else if (t.code == 2) def->setItemName(wide(t.value));
+            else keep(b);
+        }
+        def->setActiveFileName(def->getSourceFileName());
+        KoDbDxfTags rest;
+        bool inKora = false;
+        int ints = 0;
+        for (const KoDbDxfTag& t : c.xdata) {
+            if (t.code == 1001) inKora = t.value == kKoraApp;
+            if (!inKora) {
+                rest.push_back(t);
+                continue;
+            }
+            int64_t v = 0;
+            if (t.code == 1000) def->setActiveFileName(wide(t.value));
+            else if (t.code == 1070 && parseInt(t.value, v) && ints++ == 0) def->setUseMasterUnits(v != 0);
+            else if (t.code == 1071 && parseInt(t.value, v)) def->setXrefDepth(static_cast<int>(v));
+        }
+        c.xdata = std::move(rest);
+        o = std::move(def);
+    } else {
+        o = std::make_unique<KoDbUnknownObject>(r.name);
+        for (const BodyTag& b : c.body) keep(b);
+        ++m_report.unknownObjects[r.name];
+    }
+    place(o.release(), c, std::move(preserved), c.owner);
+}
+
+// ---- after the last section -------------------------------------------------
+
+void Reader::finish()
+{
+    m_d.handseed = std::max(m_d.handseed, m_maxHandle + 1);
+    if (m_d.blockTable.isNull() || m_d.layerTable.isNull() || m_d.linetypeTable.isNull())
+        fail(m_in.line(), "the drawing lacks its block, layer or linetype table");
+    if (m_d.namedObjects.isNull()) fail(m_in.line(), "the drawing has no named-objects dictionary");
+    for (auto [block, stub] : m_blockLayouts)
+        if (KoDbLayout::cast(stub->object)) {
+            Writable writable(block);
+            block->setLayoutId(KoDbObjectId(stub));
+        }
+    for (auto [layout, stub] : m_layoutBlocks)
+        if (auto* block = KoDbBlockTableRecord::cast(stub->object)) {
+            Writable writableLayout(layout);
+            Writable writableBlock(block);
+            layout->setBlockTableRecordId(KoDbObjectId(stub));
+            if (block->getLayoutId().isNull()) block->setLayoutId(layout->objectId());
+        }
+    // Dictionary entries whose object never came are dropped.
+    for (KoDbStub& s : m_d.stubs)
+        if (auto* d = KoDbDictionary::cast(s.object)) {
+            auto& entries = const_cast<std::vector<KoDbDictionary::Entry>&>(d->entries());
+            const size_t before = entries.size();
+            std::erase_if(entries, [](const KoDbDictionary::Entry& e) { return !e.id.stub()->object; });
+            if (entries.size() != before)
+                m_report.warnings.push_back("dictionary entries without objects were dropped");
+        }
+    if (m_db.modelSpaceId().isNull()) fail(m_in.line(), "the drawing has no model space block");
+    for (const char* name : {"ByBlock", "ByLayer", "Continuous"}) linetypeByName(name, 0);
+    layerByName("0", 0);
+    if (!m_clayer.empty()) m_d.clayer = layerByName(m_clayer, 0);
+    else m_d.clayer = m_db.layerZero();
+    m_d.celtype = linetypeByName(m_celtype.empty() ? "ByLayer" : m_celtype, 0);
+    m_d.handseed = std::max(m_d.handseed, m_maxHandle + 1);
+    for (KoDbStub* stub : m_unnumbered) KoDbAccess::numberStub(m_db, stub);
+}
+
+}  // namespace
+
+Kora::ErrorStatus readDxf(TagReader& in, KoDbDatabase& target, const KoString& name, KoString* message,
+                          KoDbDxfReadReport* report)
+{
+    if (target.openObjectCount() > 0) {
+        if (message) *message = KoString::format(L"%s: the drawing has open objects and cannot be replaced.", name.c_str());
+        return Kora::eInvalidOpenState;
+    }
+    KoDbDxfReadReport localReport;
+    KoDbDxfReadReport& rep = report ? *report : localReport;
+    rep = {};
+    // Read into a fresh database so that a failure leaves the target whole.
+    KoDbDatabase fresh(false);
+    try {
+        Reader reader(in, fresh, rep);
+        reader.run();
+    } catch (const ParseError& e) {
+        if (message) *message = KoString::format(L"%s, line %ld: %hs", name.c_str(), e.line, e.message.c_str());
+        return Kora::eBadDxfFile;
+    } catch (const std::bad_alloc&) {
+        if (message) *message = KoString::format(L"%s: out of memory while reading.", name.c_str());
+        return Kora::eOutOfMemory;
+    } catch (const std::exception& e) {
+        if (message) *message = KoString::format(L"%s, line %ld: %hs", name.c_str(), in.line(), e.what());
+        return Kora::eBadDxfFile;
+    }
+    KoDbAccess::swap(target, fresh);
+    KoDbAccess::impl(target).filename = name;
+    return Kora::eOk;
+}
+
+}  // namespace Kora::Dxf
+
+namespace {
+
+// A binary DXF file opens with a one-line signature ending in these bytes.
+constexpr std::string_view kBinarySignatureEnd("Binary DXF\r\n\x1a\0", 14);
+
+bool refuse(std::string_view head, const KoString& name, KoString* message, Kora::ErrorStatus& es)
+{
+    if (head.empty()) {
+        if (message) *message = KoString::format(L"%s: the file is empty.", name.c_str());
+        es = Kora::eBadDxfFile;
+        return true;
+    }
+    const size_t signatureEnd = head.substr(0, 32).find(kBinarySignatureEnd);
+    if (signatureEnd != std::string_view::npos && head.substr(0, signatureEnd).find('\n') == std::string_view::npos) {
+        if (message) *message = KoString::format(L"%s, line 1: binary DXF files are not supported; save it as ASCII DXF.", name.c_str());
+        es = Kora::eUnsupportedFileFormat;
+        return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+Kora::ErrorStatus kodbReadDxf(KoDbDatabase& database, std::string_view bytes, const KoString& name, KoString* message,
+                              KoDbDxfReadReport* report)
+{
+    Kora::ErrorStatus es;
+    if (refuse(bytes.substr(0, 64), name, message, es)) return es;
+    Kora::Dxf::TagReader in(bytes);
+    return Kora::Dxf::readDxf(in, database, name, message, report);
+}
+
+Kora::ErrorStatus kodbReadDxfFile(KoDbDatabase& database, const KoString& path, KoString* message,
+                                  KoDbDxfReadReport* report)
+{
+    std::FILE* f = std::fopen(path.toUtf8().c_str(), "rb");
+    if (!f) {
+        const int err = errno;
+        if (message) *message = KoString::format(L"%s: %hs", path.c_str(), std::strerror(err));
+        return err == ENOENT ? Kora::eFileNotFound : Kora::eFileAccessErr;
+    }
+    char head[64];
+    const size_t n = std::fread(head, 1, sizeof head, f);
+    Kora::ErrorStatus es;
+    if (refuse(std::string_view(head, n), path, message, es)) {
+        std::fclose(f);
+        return es;
+    }
+    std::rewind(f);
+    Kora::Dxf::TagReader in(f);
+    es = Kora::Dxf::readDxf(in, database, path, message, report);
+    std::fclose(f);
+    return es;
+}

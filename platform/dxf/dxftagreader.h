@@ -1,0 +1,47 @@
+// Reads DXF text as (group code, value) pairs, from memory or from a file
+// in chunks, counting lines for messages.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Kora::Dxf {
+
+class TagReader {
+public:
+    explicit TagReader(std::string_view memory);
+    explicit TagReader(std::FILE* file);
+
+    // The next tag; false at the end of the input or on a malformed tag
+    // (then error() is set). The value stays valid until the next call.
+    bool next(int& code, std::string_view& value);
+    // Makes the tag just read the next one again.
+    void pushBack();
+    // Line of the group code of the tag just read.
+    long line() const { return m_tagLine; }
+    const std::string& error() const { return m_error; }
+    // True when the input ended cleanly between tags.
+    bool atEnd() const { return m_atEnd; }
+
+private:
+    bool readLine(std::string_view& out);
+    bool fill();
+
+    std::FILE* m_file = nullptr;
+    std::vector<char> m_buffer;
+    const char* m_data = nullptr;
+    size_t m_pos = 0, m_end = 0;
+    bool m_eof = false;
+    long m_line = 0, m_tagLine = 0;
+    bool m_atEnd = false;
+    std::string m_error;
+
+    bool m_pushedBack = false;
+    int m_lastCode = 0;
+    std::string m_lastValue;  // a copy, only while pushed back
+    std::string_view m_lastView;
+};
+
+}  // namespace Kora::Dxf

@@ -1,0 +1,39 @@
+// DXF files: ASCII DXF of release 2000 (AC1015) and later is read; files
+// are written as AC1027.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kora/db/database.h"
+
+// What a read met that the database keeps without modelling it.
+struct KoDbDxfReadReport {
+    std::string version;                          // $ACADVER
+    std::map<std::string, int> unknownEntities;   // DXF name -> count, kept opaque
+    std::map<std::string, int> unknownObjects;    // DXF name -> count, kept opaque
+    int preservedTags = 0;                        // tags of known classes kept as read
+    std::vector<std::string> warnings;            // repairs made while reading
+};
+
+// Reads DXF text from memory into `database` (whose contents it replaces).
+// `name` stands for the source in messages.
+KORA_API Kora::ErrorStatus kodbReadDxf(KoDbDatabase& database, std::string_view bytes, const KoString& name,
+                                       KoString* message = nullptr, KoDbDxfReadReport* report = nullptr);
+KORA_API Kora::ErrorStatus kodbReadDxfFile(KoDbDatabase& database, const KoString& path, KoString* message = nullptr,
+                                           KoDbDxfReadReport* report = nullptr);
+// Writes `database` as DXF text.
+KORA_API Kora::ErrorStatus kodbWriteDxf(const KoDbDatabase& database, std::string& out);
+// Writes `database` to a DXF file through the platform's atomic writer
+// (kora/atomicfile.h): a failure leaves the old file as it was, and
+// `message` names the file and the reason. The file becomes the
+// database's filename().
+KORA_API Kora::ErrorStatus kodbWriteDxfFile(const KoDbDatabase& database, const KoString& path,
+                                            KoString* message = nullptr);
+
+// The DXF name of an entity's kind ("LINE", "DGNUNDERLAY", ...); entities
+// kept as read answer the name they were read with, and "" stands for a
+// kind no file can hold.
+KORA_API std::string kodbDxfName(const KoDbEntity* entity);
