@@ -8,4 +8,5 @@ cmake -S . -B build -G Ninja -DKORA_WERROR=ON
 cmake --build build -j "$(nproc)" --target kora_shell DgnCommands DgnCommandsRes kora_seeds dgninfo
 # The example saves its drawing (example.dxf) in the folder it runs in.
 cd build
+rm -f example.dxf
 KORA_USER_ROOT="$PWD/example-home" ./bin/kora --script ../examples/hello.scr

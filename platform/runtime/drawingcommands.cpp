@@ -5,6 +5,7 @@
 #include "drawingcommands.h"
 
 #include <cmath>
+#include <filesystem>
 #include <memory>
 
 #include "currentspace.h"
@@ -69,6 +70,19 @@ void saveAs(KoApDocument& doc, const KoString& path)
         koutPrintf(L"\nSaved %s.", doc.fileName().c_str());
 }
 
+// A file that exists is replaced only when the user says so; Enter keeps
+// it, as does a cancel. Scripts answer the question like any other.
+bool mayReplace(const KoString& path)
+{
+    std::error_code ec;
+    if (!std::filesystem::exists(path.toUtf8(), ec)) return true;
+    koedInitGet(0, L"Yes No");
+    wchar_t answer[16] = {};
+    const int rc = koedGetKword(
+        KoString::format(L"\n%s already exists. Do you want to replace it? [Yes/No] <No>: ", path.c_str()), answer, 16);
+    return rc == KORTNORM && KoString(answer) == L"Yes";
+}
+
 void cmdSaveas()
 {
     KoApDocument* doc = koDocManagerPtr()->curDocument();
@@ -79,7 +93,9 @@ void cmdSaveas()
     const KoString current = doc->fileName().isEmpty() ? doc->docTitle() + L".dxf" : doc->fileName();
     KoString path;
     if (!askText(KoString::format(L"\nSave drawing as <%s>: ", current.c_str()), path)) return;
-    saveAs(*doc, path.isEmpty() ? current : path);
+    if (path.isEmpty()) path = current;
+    if (!mayReplace(path)) return;
+    saveAs(*doc, path);
 }
 
 void cmdSave()

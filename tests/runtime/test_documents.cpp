@@ -227,3 +227,49 @@ TEST(DrawingCommands, AScriptBuildsSavesAndReopensADrawing)
     EXPECT_EQ(editor.unansweredPrompts(), 0) << editor.transcript().toUtf8();
     closeAll();
 }
+
+TEST(DrawingCommands, SaveasAsksBeforeReplacingAFile)
+{
+    closeAll();
+    koraRegisterHostCommands();
+    koDocManagerPtr()->appContextNewDocument();
+    const fs::path folder = scratch("saveas-replace");
+    const fs::path target = folder / "plan.dxf";
+    const auto original = [&] {
+        std::ofstream(target) << "the user's own file";
+    };
+    const auto untouched = [&] {
+        std::ifstream in(target);
+        std::string text;
+        std::getline(in, text);
+        return text == "the user's own file";
+    };
+    const std::string saveas = "SAVEAS " + target.string() + "\n";
+
+    // Enter, No and a cancel keep the file; the question comes from the
+    // script like any other reply.
+    for (const char* answer : {"\n", "N\n", "^C\n"}) {
+        original();
+        TestEditor editor;
+        koraRunScriptText(KoString::fromUtf8(saveas + answer));
+        EXPECT_TRUE(untouched()) << answer;
+        EXPECT_NE(editor.transcript().find(L"already exists. Do you want to replace it? [Yes/No] <No>: "), KoString::npos)
+            << editor.transcript().toUtf8();
+        EXPECT_EQ(editor.unansweredPrompts(), 0);
+    }
+    original();
+    {
+        TestEditor editor;
+        koraRunScriptText(KoString::fromUtf8(saveas + "Yes\n"));
+        EXPECT_FALSE(untouched());
+        EXPECT_EQ(koDocManagerPtr()->curDocument()->fileName(), KoString::fromUtf8(target.string()));
+    }
+    // SAVE writes the drawing's own file without asking.
+    {
+        TestEditor editor;
+        koraRunScriptText(L"SAVE\n");
+        EXPECT_EQ(editor.transcript().find(L"already exists"), KoString::npos) << editor.transcript().toUtf8();
+        EXPECT_EQ(editor.unansweredPrompts(), 0);
+    }
+    closeAll();
+}
