@@ -5,9 +5,6 @@
 #include <filesystem>
 
 #include "attach/DgnAttachCommand.h"
-#include "bind/DgnBindCommand.h"
-#include "export/DgnExportCommand.h"
-#include "import/DgnImportCommand.h"
 #include "kora/commandstack.h"
 #include "kora/sysvars.h"
 #include "kora/rxmodule.h"
@@ -175,24 +172,4 @@ TEST(CommandObjects, AttachReadsFileDiaAndTakesOneWhenTheHostCannotAnswer)
     EXPECT_EQ(DgnAttachCommand::fileDialogSetting(), 1);
     koraRegisterSysVar({L"FILEDIA", KORTSHORT, L"File dialogs"}, L"1", 0, 1);
     EXPECT_EQ(DgnAttachCommand::fileDialogSetting(), 1);
-}
-
-TEST(CommandObjects, ModesAndClassesOfTheFourCommands)
-{
-    DgnAttachCommand attach;
-    DgnBindCommand bind;
-    DgnImportCommand import;
-    DgnExportCommand exporter;
-    EXPECT_FALSE(attach.commandLineMode());
-    EXPECT_FALSE(bind.commandLineMode());
-    attach.setCommandLineMode(true);
-    bind.setCommandLineMode();
-    EXPECT_TRUE(attach.commandLineMode());
-    EXPECT_TRUE(bind.commandLineMode());
-    for (const KoRxObject* c : std::initializer_list<const KoRxObject*>{&attach, &bind, &import, &exporter}) {
-        EXPECT_TRUE(c->isKindOf(KoEdCommand::desc()));
-        EXPECT_EQ(c->isA()->myParent(), KoEdCommand::desc());
-    }
-    EXPECT_TRUE(exporter.resourceInstance().isEmpty());
-    EXPECT_STREQ(import.globalName(), L"");
 }
