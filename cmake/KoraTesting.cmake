@@ -11,7 +11,7 @@ function(kora_add_gtest name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
   target_compile_definitions(${name} PRIVATE
     KORA_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
-    KORA_SHARED_DATA_DIR="${PROJECT_SOURCE_DIR}/../shared/data"
+    KORA_TEST_DATA_DIR="${PROJECT_SOURCE_DIR}/tests/data"
     KORA_BIN_DIR="${KORA_BIN_DIR}")
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60

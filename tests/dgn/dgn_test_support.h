@@ -17,7 +17,7 @@ namespace Kora::Test {
 
 inline std::filesystem::path sample(const std::string& name)
 {
-    return std::filesystem::path(KORA_SHARED_DATA_DIR) / "dgn" / name;
+    return std::filesystem::path(KORA_TEST_DATA_DIR) / "dgn" / name;
 }
 
 inline std::vector<std::byte> sampleBytes(const std::string& name)

@@ -79,7 +79,7 @@ std::multiset<Element> dgninfoElements(const std::string& file)
 TEST(Dgninfo, ListsEveryElementGdalReportsOnTheSamples)
 {
     for (const char* sample : {"smalltest.dgn", "mixed-elements.dgn", "seed3d-metric.dgn"}) {
-        const std::string file = std::string(KORA_SHARED_DATA_DIR "/dgn/") + sample;
+        const std::string file = std::string(KORA_TEST_DATA_DIR "/dgn/") + sample;
         const std::multiset<Element> ours = dgninfoElements(file);
         const std::multiset<Element> gdal = ogrElements(file);
         ASSERT_FALSE(ours.empty()) << sample;
@@ -94,14 +94,14 @@ TEST(Dgninfo, ListsEveryElementGdalReportsOnTheSamples)
 
 TEST(Dgninfo, ReportsUnitsAndRefusesWhatItCannotRead)
 {
-    const Output small = run(KORA_BIN_DIR "/dgninfo " KORA_SHARED_DATA_DIR "/dgn/smalltest.dgn");
+    const Output small = run(KORA_BIN_DIR "/dgninfo " KORA_TEST_DATA_DIR "/dgn/smalltest.dgn");
     EXPECT_EQ(small.status, 0);
     EXPECT_NE(small.text.find("10 sub units per master unit, 1000 UOR per sub unit"), std::string::npos) << small.text;
     EXPECT_NE(small.text.find("Dimension: 2D"), std::string::npos);
 
-    const Output v8 = run(KORA_BIN_DIR "/dgninfo " KORA_SHARED_DATA_DIR "/dgn/v8/test_dgnv8.dgn");
+    const Output v8 = run(KORA_BIN_DIR "/dgninfo " KORA_TEST_DATA_DIR "/dgn/v8/test_dgnv8.dgn");
     EXPECT_NE(v8.status, 0);
     EXPECT_NE(v8.text.find("V8"), std::string::npos) << v8.text;
     EXPECT_NE(run(KORA_BIN_DIR "/dgninfo /no/such/file.dgn").status, 0);
-    EXPECT_NE(run(KORA_BIN_DIR "/dgninfo " KORA_SHARED_DATA_DIR "/dgn/v8/test_dgnv8_ref.csv").status, 0);
+    EXPECT_NE(run(KORA_BIN_DIR "/dgninfo " KORA_TEST_DATA_DIR "/dgn/v8/test_dgnv8_ref.csv").status, 0);
 }

@@ -55,7 +55,7 @@ TEST(UnitsVocabulary, AbbreviationsAreExactAndMilesAndMilsShareOneString)
 
 TEST(UnitsVocabulary, DgnFileUnitsComeFromTheFileHeader)
 {
-    const fs::path samples = KORA_SHARED_DATA_DIR "/dgn";
+    const fs::path samples = KORA_TEST_DATA_DIR "/dgn";
     KoString master, sub;
     bool is3d = false;
     ASSERT_TRUE(Kora::DgnCommands::dgnFileUnits(wide(samples / "seed3d-metric.dgn"), master, sub, is3d));

@@ -1,4 +1,4 @@
-// Helpers of the kora_dgn tests: the shared samples, the built seeds, the
+// Helpers of the kora_dgn tests: the samples of tests/data, the built seeds, the
 // ezdxf drawing, and scratch folders inside the test's own user tree.
 #pragma once
 
@@ -29,7 +29,7 @@ inline std::filesystem::path existing(const std::filesystem::path& path)
 
 inline std::filesystem::path sample(const std::string& name)
 {
-    return existing(std::filesystem::path(KORA_SHARED_DATA_DIR) / "dgn" / name);
+    return existing(std::filesystem::path(KORA_TEST_DATA_DIR) / "dgn" / name);
 }
 
 inline std::filesystem::path seed(const std::string& name)

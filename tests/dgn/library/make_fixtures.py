@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """Writes the drawing the DGN library tests read: a DXF file made by ezdxf,
-an independent DXF library, with two DGN underlays of the shared V7 samples.
+an independent DXF library, with two DGN underlays of the V7 samples of tests/data.
 ezdxf keys the definitions "Underlay00001", "Underlay00002", names that our
 own naming never makes.
 

@@ -1,4 +1,4 @@
-// The DGN property reader on real files: the shared samples, the seeds the
+// The DGN property reader on real files: the samples of tests/data, the seeds the
 // build writes, copies of a seed with other unit labels, and files it must
 // refuse.
 #include <gtest/gtest.h>

@@ -95,7 +95,7 @@ TEST(DgnUnderlayFiles, LoadsV7FilesAndRefusesTheRest)
 
     // The item record of a file about to be attached.
     KxUnderlayItemInfo item;
-    const fs::path roundabout = fs::path(KORA_SHARED_DATA_DIR) / "dgn" / "v8" / ".." / "smalltest.dgn";
+    const fs::path roundabout = fs::path(KORA_TEST_DATA_DIR) / "dgn" / "v8" / ".." / "smalltest.dgn";
     ASSERT_EQ(KoDbDgnUnderlayService::dgnItemFromPath(wide(roundabout), item), Kora::eOk);
     EXPECT_EQ(item.sourceFileName, wide(roundabout));
     EXPECT_EQ(item.activeFileName, wide(fs::canonical(sample("smalltest.dgn"))));
