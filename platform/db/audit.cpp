@@ -26,6 +26,12 @@ private:
     {
         report(code, Severity::kRepaired, id, std::move(message));
     }
+    // A problem and how it was met: put right when `es` is eOk.
+    void settle(AuditCode code, KoDbObjectId id, Kora::ErrorStatus es, const std::string& problem, const std::string& repair)
+    {
+        if (es == Kora::eOk) repaired(code, id, problem + "; " + repair);
+        else report(code, Severity::kError, id, problem + " and could not be put right");
+    }
     void requiredRecords();
     void layouts();
     void ownersOf(const KoDbSymbolTable* table);
@@ -215,24 +221,22 @@ void Auditor::entity(KoDbObjectId id)
     if (!e) return;
     const std::string handle = text(id);
     if (!hasFiniteCoordinates(e.object())) {
-        e->erase();
-        repaired(AuditCode::kNonFiniteCoordinate, id, "entity " + handle + " had a coordinate that is not a number; it was erased");
+        settle(AuditCode::kNonFiniteCoordinate, id, e->erase(), "entity " + handle + " has a coordinate that is not a number",
+               "it was erased");
         return;
     }
     if (namesMissingBlock(e.object(), kodbPeek<KoDbSymbolTable>(m_db.blockTableId()))) {
-        e->erase();
-        repaired(AuditCode::kUndefinedBlock, id, "block reference " + handle + " named a block that does not exist; it was erased");
+        settle(AuditCode::kUndefinedBlock, id, e->erase(), "block reference " + handle + " names a block that does not exist",
+               "it was erased");
         return;
     }
-    if (!live<KoDbLayerTableRecord>(e->layerId())) {
-        e->setLayer(m_db.layerZero());
-        repaired(AuditCode::kUndefinedLayer, id, "entity " + handle + " was on a layer that does not exist; it was moved to layer \"0\"");
-    }
+    if (!live<KoDbLayerTableRecord>(e->layerId()))
+        settle(AuditCode::kUndefinedLayer, id, e->setLayer(m_db.layerZero()),
+               "entity " + handle + " is on a layer that does not exist", "it was moved to layer \"0\"");
     // No linetype at all reads as ByLayer; only one that is gone is wrong.
-    if (!e->linetypeId().isNull() && !live<KoDbLinetypeTableRecord>(e->linetypeId())) {
-        e->setLinetype(m_db.byLayerLinetype());
-        repaired(AuditCode::kUndefinedLinetype, id, "entity " + handle + " had a linetype that does not exist; it is now ByLayer");
-    }
+    if (!e->linetypeId().isNull() && !live<KoDbLinetypeTableRecord>(e->linetypeId()))
+        settle(AuditCode::kUndefinedLinetype, id, e->setLinetype(m_db.byLayerLinetype()),
+               "entity " + handle + " has a linetype that does not exist", "it is now ByLayer");
 }
 
 Kora::Diagnostics<AuditCode> Auditor::run()
