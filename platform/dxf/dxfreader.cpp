@@ -13,6 +13,7 @@
 
 #include "dbimpl.h"
 #include "dxfcodes.h"
+#include "dxfopen.h"
 #include "dxftagreader.h"
 #include "kora/dxf/dxf.h"
 #include "kora/db/underlay.h"
@@ -1705,16 +1706,16 @@ bool refuse(std::string_view head, const KoString& name, KoString* message, Kora
 }  // namespace
 
 Kora::ErrorStatus kodbReadDxf(KoDbDatabase& database, std::string_view bytes, const KoString& name, KoString* message,
-                              KoDbDxfReadReport* report)
+                              KoDbDxfReadReport* report, KoDbDxfReadMode mode)
 {
     Kora::ErrorStatus es;
     if (refuse(bytes.substr(0, 64), name, message, es)) return es;
     Kora::Dxf::TagReader in(bytes);
-    return Kora::Dxf::readDxf(in, database, name, message, report);
+    return Kora::Dxf::readAudited(in, database, name, message, report, mode);
 }
 
 Kora::ErrorStatus kodbReadDxfFile(KoDbDatabase& database, const KoString& path, KoString* message,
-                                  KoDbDxfReadReport* report)
+                                  KoDbDxfReadReport* report, KoDbDxfReadMode mode)
 {
     std::FILE* f = std::fopen(path.toUtf8().c_str(), "rb");
     if (!f) {
@@ -1731,7 +1732,7 @@ Kora::ErrorStatus kodbReadDxfFile(KoDbDatabase& database, const KoString& path, 
     }
     std::rewind(f);
     Kora::Dxf::TagReader in(f);
-    es = Kora::Dxf::readDxf(in, database, path, message, report);
+    es = Kora::Dxf::readAudited(in, database, path, message, report, mode);
     std::fclose(f);
     return es;
 }

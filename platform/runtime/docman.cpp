@@ -68,7 +68,8 @@ Kora::ErrorStatus KoApDocManager::appContextNewDocument(const wchar_t*)
     return Kora::eOk;
 }
 
-Kora::ErrorStatus KoApDocManager::appContextOpenDocument(const wchar_t* fileName, KoString* message)
+Kora::ErrorStatus KoApDocManager::appContextOpenDocument(const wchar_t* fileName, KoString* message,
+                                                         KoDbDxfReadReport* report)
 {
     const KoString name(fileName ? fileName : L"");
     if (isDwgName(name)) {
@@ -76,7 +77,7 @@ Kora::ErrorStatus KoApDocManager::appContextOpenDocument(const wchar_t* fileName
         return Kora::eUnsupportedFileFormat;
     }
     auto database = std::make_unique<KoDbDatabase>(false);
-    const Kora::ErrorStatus es = kodbReadDxfFile(*database, name, message);
+    const Kora::ErrorStatus es = kodbReadDxfFile(*database, name, message, report);
     if (es != Kora::eOk) return es;
     std::error_code ec;
     const KoString full = KoString::fromUtf8(fs::absolute(name.toUtf8(), ec).lexically_normal().string());

@@ -7,6 +7,9 @@
 #include <cmath>
 #include <filesystem>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "currentspace.h"
 #include "kora/docman.h"
@@ -49,16 +52,34 @@ void cmdNew()
     koutPrintf(L"\n%s is the current drawing.", koDocManagerPtr()->curDocument()->docTitle().c_str());
 }
 
+// One line for what was put right and one for what could not be, so that
+// the user knows the drawing on screen is not quite the file on disk.
+void printAudit(const KoDbDxfReadReport& report)
+{
+    std::vector<std::string> repaired = report.warnings, left;
+    for (const auto& problem : report.audit)
+        (problem.severity == Kora::Severity::kError ? left : repaired).push_back(problem.message);
+    for (const auto& [problems, what] : {std::pair(&repaired, "repaired"), std::pair(&left, "not repaired")}) {
+        if (problems->empty()) continue;
+        std::string text;
+        for (const std::string& problem : *problems) text += (text.empty() ? "" : "; ") + problem;
+        koutPrintf(L"\nAudit: %zu problem%hs %hs: %hs.", problems->size(), problems->size() == 1 ? "" : "s", what,
+                   text.c_str());
+    }
+}
+
 void cmdOpen()
 {
     KoString path;
     if (!askText(L"\nEnter name of drawing to open: ", path) || path.isEmpty()) return;
     KoString message;
-    if (koDocManagerPtr()->appContextOpenDocument(path, &message) != Kora::eOk) {
+    KoDbDxfReadReport report;
+    if (koDocManagerPtr()->appContextOpenDocument(path, &message, &report) != Kora::eOk) {
         koutPrintf(L"\nCannot open the drawing. %s", message.c_str());
         return;
     }
     koutPrintf(L"\n%s opened.", koDocManagerPtr()->curDocument()->fileName().c_str());
+    printAudit(report);
 }
 
 void saveAs(KoApDocument& doc, const KoString& path)

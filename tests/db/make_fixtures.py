@@ -138,6 +138,27 @@ def release2000(path):
     doc.saveas(path, encoding="cp1252")
 
 
+def broken_references(path):
+    """A drawing as careless programs leave them: written by ezdxf, then
+    edited as text so that a line is on a layer without a table entry and
+    a block reference names a block that is not defined."""
+    doc = ezdxf.new("R2013")
+    doc.layers.add("Walls", color=1)
+    doc.blocks.new("Door").add_line((0, 0), (1, 0))
+    msp = doc.modelspace()
+    msp.add_line((0, 0), (10, 0), dxfattribs={"layer": "Walls"})
+    msp.add_line((0, 5), (10, 5), dxfattribs={"layer": "Walls"})
+    msp.add_blockref("Door", (5, 5))
+    doc.saveas(path)
+    with open(path, encoding="utf-8") as f:
+        text = f.read()
+    head, entities = text.split("ENTITIES", 1)
+    entities, tail = entities.split("ENDSEC", 1)
+    entities = entities.replace("\n  8\nWalls\n", "\n  8\nGhost\n", 1).replace("\n  2\nDoor\n", "\n  2\nNoSuchBlock\n", 1)
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(head + "ENTITIES" + entities + "ENDSEC" + tail)
+
+
 def main():
     out = sys.argv[1]
     os.makedirs(out, exist_ok=True)
@@ -147,6 +168,7 @@ def main():
     opaque(os.path.join(out, "opaque.dxf"))
     three_d(os.path.join(out, "three_d.dxf"))
     release2000(os.path.join(out, "release2000.dxf"))
+    broken_references(os.path.join(out, "broken_references.dxf"))
 
 
 if __name__ == "__main__":

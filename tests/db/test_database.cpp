@@ -6,23 +6,16 @@
 #include <memory>
 #include <numbers>
 
+#include "dbtest.h"
 #include "kora/db/database.h"
 #include "kora/db/underlay.h"
 #include "kora/db/units.h"
 
+using namespace Kora::Test;
+
 namespace {
 
 constexpr double kPi = std::numbers::pi;
-
-KoDbObjectId appendToModel(KoDbDatabase& db, KoDbEntity* entity)
-{
-    KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId(), KoDb::kForWrite);
-    EXPECT_EQ(model.openStatus(), Kora::eOk);
-    KoDbObjectId id;
-    EXPECT_EQ(model->appendKoDbEntity(id, entity), Kora::eOk);
-    EXPECT_EQ(entity->close(), Kora::eOk);
-    return id;
-}
 
 std::vector<KoDbObjectId> modelEntities(KoDbDatabase& db, bool skipErased = true)
 {

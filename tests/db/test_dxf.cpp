@@ -13,54 +13,17 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include "dbtest.h"
 #include "kora/dxf/dxf.h"
 #include "kora/db/underlay.h"
 #include "kora/db/units.h"
 
 namespace fs = std::filesystem;
+using namespace Kora::Test;
 
 namespace {
 
 constexpr double kPi = std::numbers::pi;
-
-fs::path fixture(const char* name)
-{
-    fs::path p = fs::path(KORA_DB_FIXTURES) / name;
-    if (!fs::exists(p)) ADD_FAILURE() << "missing fixture " << p;
-    return p;
-}
-
-// A folder of the test's own under the build tree.
-fs::path workDir(const std::string& name)
-{
-    const char* root = std::getenv("KORA_USER_ROOT");
-    fs::path dir = fs::path(root ? root : fs::temp_directory_path().string()) / "dxf" / name;
-    fs::remove_all(dir);
-    fs::create_directories(dir);
-    return dir;
-}
-
-KoString wide(const fs::path& p) { return KoString::fromUtf8(p.string()); }
-
-std::string run(const std::string& command, int& status)
-{
-    std::string out;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    char buf[4096];
-    while (pipe && fgets(buf, sizeof buf, pipe)) out += buf;
-    status = pipe ? pclose(pipe) : -1;
-    return out;
-}
-
-// ezdxf's own audit command on a file we wrote.
-void expectAuditClean(const fs::path& file)
-{
-    int status = 0;
-    const std::string out = run("/usr/bin/python3 -m ezdxf audit '" + file.string() + "'", status);
-    EXPECT_EQ(status, 0) << out;
-    EXPECT_NE(out.find("No errors found."), std::string::npos) << out;
-    EXPECT_EQ(out.find("fixed"), std::string::npos) << out;
-}
 
 // ezdxf reads both files to the same layers, blocks, layouts, entities and underlays.
 void expectSameInEzdxf(const fs::path& expected, const fs::path& actual)

@@ -228,6 +228,33 @@ TEST(DrawingCommands, AScriptBuildsSavesAndReopensADrawing)
     closeAll();
 }
 
+// The drawing ezdxf wrote and the fixture script broke (tests/db): a line
+// on a layer without a table entry, a reference to a block not defined.
+TEST(DrawingCommands, OpenSaysWhatItRepaired)
+{
+    closeAll();
+    koraRegisterHostCommands();
+    TestEditor editor;
+    const std::string broken = std::string(KORA_DB_FIXTURES) + "/broken_references.dxf";
+    koraRunScriptText(KoString::fromUtf8("OPEN " + broken + "\n"));
+    ASSERT_EQ(koDocManagerPtr()->documentCount(), 1) << editor.transcript().toUtf8();
+    const std::string said = editor.transcript().toUtf8();
+    EXPECT_NE(said.find("Audit: 2 problems repaired: layer \"Ghost\" was used without being defined; it was added; "
+                        "block reference "),
+              std::string::npos)
+        << said;
+    EXPECT_EQ(said.find("not repaired"), std::string::npos) << said;
+    EXPECT_EQ(countOf(*kodbHostApplicationServices()->workingDatabase(), KoDbBlockReference::desc()), 0);
+    closeAll();
+
+    // A sound drawing opens without a word about repairs.
+    TestEditor quiet;
+    koraRunScriptText(KoString::fromUtf8("OPEN " + std::string(KORA_DB_FIXTURES) + "/entities.dxf\n"));
+    ASSERT_EQ(koDocManagerPtr()->documentCount(), 1) << quiet.transcript().toUtf8();
+    EXPECT_EQ(quiet.transcript().toUtf8().find("Audit"), std::string::npos) << quiet.transcript().toUtf8();
+    closeAll();
+}
+
 TEST(DrawingCommands, SaveasAsksBeforeReplacingAFile)
 {
     closeAll();

@@ -20,6 +20,8 @@ enum DocLockMode : int {
 };
 }  // namespace KoAp
 
+struct KoDbDxfReadReport;
+
 class KORA_API KoApDocument {
 public:
     KoApDocument(std::unique_ptr<KoDbDatabase> database, KoString fileName, KoString title);
@@ -65,8 +67,10 @@ public:
     Kora::ErrorStatus appContextNewDocument(const wchar_t* templateName = nullptr);
     // Opens a drawing file (DXF) as a new current document. A file that
     // cannot be read leaves every open document as it was; `message` says
-    // why (file, line and what was wrong).
-    Kora::ErrorStatus appContextOpenDocument(const wchar_t* fileName, KoString* message = nullptr);
+    // why (file, line and what was wrong). A drawing is opened in recover
+    // mode: what was put right while reading and auditing it is in `report`.
+    Kora::ErrorStatus appContextOpenDocument(const wchar_t* fileName, KoString* message = nullptr,
+                                             KoDbDxfReadReport* report = nullptr);
     // Writes a document to a file (its own file when fileName is null)
     // and makes that its file. The old file survives a failed save.
     Kora::ErrorStatus saveDocument(KoApDocument* document, const wchar_t* fileName = nullptr, KoString* message = nullptr);

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "kora/db/audit.h"
 #include "kora/db/database.h"
 
 // What a read met that the database keeps without modelling it.
@@ -16,14 +17,25 @@ struct KoDbDxfReadReport {
     std::map<std::string, int> unknownObjects;    // DXF name -> count, kept opaque
     int preservedTags = 0;                        // tags of known classes kept as read
     std::vector<std::string> warnings;            // repairs made while reading
+    Kora::Diagnostics<Kora::Db::AuditCode> audit; // what the audit after reading found
 };
+
+// What a read does with a drawing that has problems. Recover keeps what can
+// be read, repairs the rest (the reader while reading, the audit of
+// kora/db/audit.h after) and says so in the report; it is what users expect
+// of opening a drawing. Strict refuses a drawing that needed any repair:
+// the database stays as it was, the read fails with eBadDxfFile, and the
+// report holds every problem found.
+enum class KoDbDxfReadMode { kRecover, kStrict };
 
 // Reads DXF text from memory into `database` (whose contents it replaces).
 // `name` stands for the source in messages.
 KORA_API Kora::ErrorStatus kodbReadDxf(KoDbDatabase& database, std::string_view bytes, const KoString& name,
-                                       KoString* message = nullptr, KoDbDxfReadReport* report = nullptr);
+                                       KoString* message = nullptr, KoDbDxfReadReport* report = nullptr,
+                                       KoDbDxfReadMode mode = KoDbDxfReadMode::kRecover);
 KORA_API Kora::ErrorStatus kodbReadDxfFile(KoDbDatabase& database, const KoString& path, KoString* message = nullptr,
-                                           KoDbDxfReadReport* report = nullptr);
+                                           KoDbDxfReadReport* report = nullptr,
+                                           KoDbDxfReadMode mode = KoDbDxfReadMode::kRecover);
 // Writes `database` as DXF text.
 KORA_API Kora::ErrorStatus kodbWriteDxf(const KoDbDatabase& database, std::string& out);
 // Writes `database` to a DXF file through the platform's atomic writer
