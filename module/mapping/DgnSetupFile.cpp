@@ -100,12 +100,12 @@ struct KeyListing {
     size_t size = 0;
 };
 
-// A section's key names, however many there are, as a zero-separated
-// list. The buffer is first made as big as the keys the counts promise
-// need, so a large setup is listed once.
-const wchar_t* allKeyNames(const KoString& section, size_t expectedKeys, KeyListing& listing)
+// A section's key names (or, for no section, the file's section names),
+// however many there are, as a zero-separated list. The buffer is first
+// made as big as the names expected need, so a large setup is listed once.
+const wchar_t* allNames(const wchar_t* section, size_t expectedNames, KeyListing& listing)
 {
-    size_t wanted = std::clamp<size_t>(expectedKeys * 16 + 1024, 16384, size_t{1} << 24);
+    size_t wanted = std::clamp<size_t>(expectedNames * 16 + 1024, 16384, size_t{1} << 24);
     for (;;) {
         if (listing.size < wanted) {
             // Not zero-filled: the platform writes the list and its terminators.
@@ -198,7 +198,7 @@ bool readSetup(const KoString& section, DgnMappingSetup& setup, wchar_t* buffer,
     if (!anyPairs) return true;
     size_t expectedKeys = 0;
     for (const TableKeys& table : kTables) expectedKeys += 2 * static_cast<size_t>(std::clamp(setup.*table.count, 0, 1 << 20));
-    const auto indexEnds = indexesPresent(allKeyNames(section, expectedKeys, listing));
+    const auto indexEnds = indexesPresent(allNames(section, expectedKeys, listing));
     for (size_t t = 0; t < std::size(kTables); ++t) readTable(setup, kTables[t], indexEnds[t], buffer);
     return true;
 }
@@ -242,6 +242,20 @@ void writeSetup(const KoString& section, const DgnMappingSetup& setup)
 bool holdsSetupNamed(const KoString& section, const KoString& name, wchar_t* buffer)
 {
     return DgnMappingSetupStore::keyOf(readText(section, L"Name", buffer)) == DgnMappingSetupStore::keyOf(name);
+}
+
+// Every setup section of the file holding a setup of this name, the ones
+// past the classic listing included: once sections before them go, a
+// later load reads those too.
+std::vector<KoString> sectionsHoldingSetup(const KoString& name)
+{
+    KeyListing listing;
+    wchar_t buffer[kBufferSize];
+    std::vector<KoString> sections;
+    for (const KoString& section : splitList(allNames(nullptr, 0, listing))) {
+        if (section.find(L"MappingSetup") >= 0 && holdsSetupNamed(section, name, buffer)) sections.push_back(section);
+    }
+    return sections;
 }
 
 // True when the section holds a setup this store does not know: one whose
@@ -311,12 +325,22 @@ void saveMappingSetups(DgnMappingSetupStore& store)
             writeSetup(setup.section, setup);
         written.emplace_back(&setup, section);
     }
-    // A setup's old section may since have been taken by another setup;
-    // then the new section is the one that holds it.
-    for (auto& [setup, section] : written) {
-        if (setup->section.isEmpty() || !holdsSetupNamed(setup->section, setup->name, buffer.data()))
-            setup->section = section;
+    // Each setup's section becomes the one the next load reads it from: the
+    // first section of the listing that holds its name. That is not always
+    // the one just written (an old section listed earlier, kept current
+    // above) nor its old one (taken over by another setup, or listed after
+    // a section that now holds it). A setup no listed section holds keeps
+    // the section just written.
+    for (const KoString& section : setupFileSectionNames()) {
+        if (section.find(L"MappingSetup") < 0) continue;
+        const DgnMappingSetup* setup = store.find(readText(section, L"Name", buffer.data()));
+        const auto found = std::find_if(written.begin(), written.end(),
+                                        [&](const auto& entry) { return entry.first == setup; });
+        if (!setup || found == written.end()) continue;
+        found->first->section = section;
+        written.erase(found);
     }
+    for (auto& [setup, section] : written) setup->section = section;
 }
 
 void removeSetupSection(const KoString& section)
@@ -328,7 +352,14 @@ bool deleteMappingSetup(DgnMappingSetupStore& store, const KoString& name)
 {
     const DgnMappingSetup* setup = store.find(name);
     if (!setup) return false;
-    removeSetupSection(setup->section);
+    // Besides its own section, stale copies of the setup (a duplicate in
+    // another letter case, a section a save left behind) go too: each would
+    // bring the setup back once the sections before it are gone.
+    if (!setup->section.isEmpty()) {
+        KoProfileBatch batch(dgnSetupFilePath());
+        removeSetupSection(setup->section);
+        for (const KoString& section : sectionsHoldingSetup(setup->name)) removeSetupSection(section);
+    }
     store.erase(name);
     return true;
 }
@@ -345,7 +376,13 @@ bool renameMappingSetup(DgnMappingSetupStore& store, const KoString& oldName, co
     renamed.name = newName;
     store.erase(oldName);
     store.insert(renamed);
-    if (!renamed.section.isEmpty()) writeText(renamed.section, L"Name", newName);
+    // Stale copies under the old name are renamed with it, or the old name
+    // would come back once the section before them goes.
+    if (!renamed.section.isEmpty()) {
+        KoProfileBatch batch(dgnSetupFilePath());
+        writeText(renamed.section, L"Name", newName);
+        for (const KoString& section : sectionsHoldingSetup(oldName)) writeText(section, L"Name", newName);
+    }
     return true;
 }
 

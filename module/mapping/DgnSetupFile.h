@@ -30,19 +30,24 @@ void loadMappingSetups(DgnMappingSetupStore& store);
 // numbered section that holds a setup this store does not know is passed
 // over (its number is skipped), and a setup's old section, which stays in
 // the file and would win the next load, gets the setup's content as well.
-// Each setup's section field names the section the next load reads it from.
+// Afterwards each setup's section field names the section the next load
+// reads it from: the first listed section holding its name.
 void saveMappingSetups(DgnMappingSetupStore& store);
 
 // Removes one section of the file whole. An empty name removes nothing.
 void removeSetupSection(const KoString& section);
 
-// Removes the named setup's section from the file and the setup from the
-// store; false when the store has no setup of that name.
+// Removes the named setup's section from the file, and every other setup
+// section holding its name (stale copies a later load would read once the
+// sections before them are gone), and the setup from the store; false when
+// the store has no setup of that name.
 bool deleteMappingSetup(DgnMappingSetupStore& store, const KoString& name);
 
 // Renames a setup in the store and writes the new "Name" into its section,
-// which keeps its number. False, with nothing changed, when the store has
-// no setup under the old name or another setup already has the new name.
+// which keeps its number, and into stale copies of the setup under the old
+// name. False, with nothing changed, when the store has no setup under the
+// old name. When another setup already has the new name, that setup stays
+// and the renamed one leaves the store; its section carries the new name.
 bool renameMappingSetup(DgnMappingSetupStore& store, const KoString& oldName, const KoString& newName);
 
 }  // namespace Kora::DgnCommands

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -301,6 +302,61 @@ TEST_F(SetupStoreTest, DeleteAndRenameTouchOnlyTheirSection)
     EXPECT_EQ(storedValue(L"MappingSetup1", L"Name"), L"gamma");
     Kora::DgnCommands::loadMappingSetups(store);
     EXPECT_EQ(names(store), (std::vector<KoString>{L"gamma", L"Standard"}));
+}
+
+// After any save, the section a setup names is the one the next load reads
+// it from, so a delete or rename in the same session reaches the file.
+// Each case: the file, the setup deleted and the one renamed after a save.
+TEST_F(SetupStoreTest, DeleteAndRenameAfterASaveHoldForTheNextLoad)
+{
+    struct Case {
+        const char* file;
+        const wchar_t* dropBeforeSave;
+        const wchar_t* deleted;
+        const wchar_t* renamed;
+    };
+    const Case cases[] = {
+        // The numbering shifts down: the last setup's old section stays.
+        {"[MappingSetup1]\nName=Alpha\n[MappingSetup2]\nName=Beta\n[MappingSetup3]\nName=Gamma\n", L"Alpha",
+         L"Gamma", L"Beta"},
+        // A stale duplicate in another case, read by no load until the
+        // section before it goes.
+        {"[MappingSetup1]\nName=A\n[MappingSetup2]\nName=a\n[MappingSetup3]\nName=B\n", nullptr, L"A", L"B"},
+        {"[MappingSetup1]\nName=A\n[MappingSetup2]\nName=a\n[MappingSetup3]\nName=B\n", L"A", L"B", nullptr},
+        // Gaps in the numbering and sections named otherwise.
+        {"[MappingSetup2]\nName=Beta\n[MyMappingSetup7]\nName=Gamma\n[MappingSetup9]\nName=Delta\n", nullptr,
+         L"Gamma", L"Delta"},
+        {"[MappingSetup4]\nName=Alpha\n[MappingSetup1x]\nName=Beta\n[MappingSetup2]\nName=Gamma\n", L"Alpha",
+         L"Beta", L"Gamma"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file);
+        writeStoreFile(c.file);
+        DgnMappingSetupStore store = load();
+        if (c.dropBeforeSave) {
+            ASSERT_TRUE(Kora::DgnCommands::deleteMappingSetup(store, c.dropBeforeSave));
+        }
+        Kora::DgnCommands::saveMappingSetups(store);
+        // Every section field names the section a fresh load reads.
+        const DgnMappingSetupStore fresh = load();
+        ASSERT_EQ(names(fresh), names(store));
+        for (const auto& [key, setup] : store) EXPECT_EQ(setup.section, fresh.find(setup.name)->section);
+
+        std::vector<KoString> expected = names(store);
+        ASSERT_TRUE(Kora::DgnCommands::deleteMappingSetup(store, c.deleted));
+        std::erase(expected, KoString(c.deleted));
+        if (c.renamed) {
+            ASSERT_TRUE(Kora::DgnCommands::renameMappingSetup(store, c.renamed, L"Renamed"));
+            std::replace(expected.begin(), expected.end(), KoString(c.renamed), KoString(L"Renamed"));
+            std::sort(expected.begin(), expected.end(),
+                      [](const KoString& x, const KoString& y) {
+                          return DgnMappingSetupStore::keyOf(x) < DgnMappingSetupStore::keyOf(y);
+                      });
+        }
+        EXPECT_EQ(names(store), expected);
+        EXPECT_EQ(names(load()), expected);
+        EXPECT_EQ(readStoreFile().find("=" + KoString(c.deleted).toUtf8() + "\n"), std::string::npos);
+    }
 }
 
 TEST_F(SetupStoreTest, SavingNeverOverwritesASetupTheStoreDoesNotKnow)
