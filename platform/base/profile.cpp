@@ -1004,12 +1004,37 @@ struct WideNameHash {
     size_t operator()(std::wstring_view name) const { return std::hash<std::wstring_view>{}(name); }
 };
 
+void forget(KoProfileFile& file);
+
+// At most this many files stay parsed, each holding its descriptor: a
+// program that reads many files one after another would otherwise keep
+// every one of them open. The least recently used goes first, unless a
+// batch runs on it or it holds writes the disk has not; a dropped file is
+// simply read again at its next use.
+constexpr size_t kParsedFiles = 16;
+
+void markUsed(KoProfileFile* file)
+{
+    static auto* recent = new std::vector<KoProfileFile*>;  // least recently used first
+    if (!recent->empty() && recent->back() == file) return;
+    std::erase(*recent, file);
+    recent->push_back(file);
+    for (auto it = recent->begin(); recent->size() > kParsedFiles && it != recent->end() - 1;) {
+        KoProfileFile& old = **it;
+        if (old.batchDepth > 0 || old.dirty || old.lockFd >= 0) {
+            ++it;
+            continue;
+        }
+        forget(old);
+        it = recent->erase(it);
+    }
+}
+
 // The cache entry of a file name, or null for a name that cannot name a
 // file. Relative names are made absolute so that one file has one entry;
 // absolute names, which do not depend on the working folder, are also
 // remembered as given, which spares every later call the normalisation.
-
-KoProfileFile* cachedFile(const wchar_t* fileName)
+KoProfileFile* lookUp(const wchar_t* fileName)
 {
     static auto* files = new std::unordered_map<std::string, std::unique_ptr<KoProfileFile>>;
     static auto* absoluteNames = new std::unordered_map<std::wstring, KoProfileFile*, WideNameHash, std::equal_to<>>;
@@ -1041,6 +1066,13 @@ KoProfileFile* cachedFile(const wchar_t* fileName)
     }
     if (absolute) absoluteNames->emplace(fileName, entry.get());
     return entry.get();
+}
+
+KoProfileFile* cachedFile(const wchar_t* fileName)
+{
+    KoProfileFile* file = lookUp(fileName);
+    if (file) markUsed(file);
+    return file;
 }
 
 void forget(KoProfileFile& file)
