@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kora/kostring.h"
+#include "kora/profile.h"
 #include "mapping/DgnMappingSetup.h"
 
 namespace Kora::DgnCommands {
@@ -18,6 +19,24 @@ const KoString& dgnSetupFilePath();
 // The section names of the file as the classic fixed-size listing sees
 // them: in file order, only as many as fit in 2046 characters.
 std::vector<KoString> setupFileSectionNames();
+
+// One update of the store file: its writes go out as one batch, and an
+// update that does not reach the file (a support folder that cannot be
+// written) is reported on the command line with the file and the reason,
+// so the user knows the change lives only in memory.
+class SetupFileUpdate {
+public:
+    SetupFileUpdate();
+    // Writes one key. A value with line breaks, which the file cannot hold
+    // on one line, is written with blanks in their place.
+    void write(const wchar_t* section, const wchar_t* key, const KoString& value);
+    // Ends the update; false, after saying so, when anything was not written.
+    bool finish();
+
+private:
+    KoProfileBatch m_batch;
+    int m_error = 0;  // the reason of the first write that failed
+};
 
 // Empties the store, inserts the standard setup and reads every setup
 // section of the file after it. Used both to load and to reload a store.
@@ -31,8 +50,10 @@ void loadMappingSetups(DgnMappingSetupStore& store);
 // over (its number is skipped), and a setup's old section, which stays in
 // the file and would win the next load, gets the setup's content as well.
 // Afterwards each setup's section field names the section the next load
-// reads it from: the first listed section holding its name.
-void saveMappingSetups(DgnMappingSetupStore& store);
+// reads it from: the first listed section holding its name. False, after
+// saying so on the command line, when the file could not be written; the
+// store then stays as it was, edits included, for a later save.
+bool saveMappingSetups(DgnMappingSetupStore& store);
 
 // Removes one section of the file whole. An empty name removes nothing.
 void removeSetupSection(const KoString& section);

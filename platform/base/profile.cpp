@@ -19,6 +19,7 @@
 #include <string_view>
 #include <type_traits>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "kora/atomicfile.h"
@@ -1328,14 +1329,21 @@ KoProfileBatch::KoProfileBatch(const wchar_t* fileName)
     if (m_file) ++m_file->batchDepth;
 }
 
-KoProfileBatch::~KoProfileBatch()
+KoProfileBatch::~KoProfileBatch() { end(); }
+
+bool KoProfileBatch::end()
 {
-    if (!m_file) return;
+    if (!m_file) return true;
     std::lock_guard guard(profileMutex());
-    if (--m_file->batchDepth > 0) return;
-    m_file->checkedInBatch = false;
-    if (m_file->dirty && !flush(*m_file)) forget(*m_file);
-    if (m_file->lockFd >= 0) releaseLock(*m_file);
+    KoProfileFile& file = *std::exchange(m_file, nullptr);
+    if (--file.batchDepth > 0) return true;
+    file.checkedInBatch = false;
+    const bool written = !file.dirty || flush(file);
+    const int error = errno;
+    if (!written) forget(file);
+    if (file.lockFd >= 0) releaseLock(file);
+    errno = error;
+    return written;
 }
 
 namespace Kora {

@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "mapping/DgnMappingSetup.h"
 #include "mapping/DgnSetupFile.h"
+#include "mapping/DgnTranslationSettings.h"
+#include "testeditor.h"
 #include "storefile.h"
 
 namespace {
@@ -357,6 +361,49 @@ TEST_F(SetupStoreTest, DeleteAndRenameAfterASaveHoldForTheNextLoad)
         EXPECT_EQ(names(load()), expected);
         EXPECT_EQ(readStoreFile().find("=" + KoString(c.deleted).toUtf8() + "\n"), std::string::npos);
     }
+}
+
+// Tests run as root, whom permissions do not stop: the support folder is
+// made a regular file instead, in which nobody can create a file.
+TEST_F(SetupStoreTest, SavesThatCannotWriteSaySoAndKeepTheEdits)
+{
+    writeStoreFile("[MappingSetup1]\nName=Alpha\n");
+    DgnMappingSetupStore store = load();
+    store.find(L"Alpha")->description = L"edited";
+    store.insert(setup(L"Beta", 1));
+    const std::string before = readStoreFile();
+
+    const std::filesystem::path folder = storeFilePath().parent_path();
+    const std::filesystem::path aside = folder.string() + ".aside";
+    std::filesystem::rename(folder, aside);
+    std::ofstream(folder) << "not a folder";
+    bool savedSetups = true, savedSettings = true;
+    KoString transcript;
+    {
+        TestEditor editor;
+        savedSetups = Kora::DgnCommands::saveMappingSetups(store);
+        DgnExportChoices choices;
+        savedSettings = Kora::DgnCommands::saveExportChoices(choices);
+        transcript = editor.transcript();
+    }
+    std::filesystem::remove(folder);
+    std::filesystem::rename(aside, folder);
+
+    EXPECT_FALSE(savedSetups);
+    EXPECT_FALSE(savedSettings);
+    const KoString message = L"\nCannot save " + Kora::DgnCommands::dgnSetupFilePath() + L": Not a directory.";
+    EXPECT_EQ(transcript, message + message);
+    EXPECT_EQ(readStoreFile(), before);
+    // The store still holds the edits, and its sections still name the file as it is.
+    EXPECT_EQ(store.find(L"Alpha")->description, L"edited");
+    EXPECT_EQ(store.find(L"Alpha")->section, L"MappingSetup1");
+    EXPECT_TRUE(store.find(L"Beta")->section.isEmpty());
+
+    // Once the folder can be written again, the same store saves.
+    EXPECT_TRUE(Kora::DgnCommands::saveMappingSetups(store));
+    const DgnMappingSetupStore again = load();
+    EXPECT_EQ(again.find(L"Alpha")->description, L"edited");
+    EXPECT_NE(again.find(L"Beta"), nullptr);
 }
 
 TEST_F(SetupStoreTest, SavingNeverOverwritesASetupTheStoreDoesNotKnow)

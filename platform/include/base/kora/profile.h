@@ -63,6 +63,11 @@ public:
     KoProfileBatch(const KoProfileBatch&) = delete;
     KoProfileBatch& operator=(const KoProfileBatch&) = delete;
 
+    // Ends the batch now (as the destructor would) and answers whether its
+    // writes reached the file: false when the file could not be replaced,
+    // with errno telling why; the writes are then dropped. An inner batch
+    // only answers true, since the outermost one does the writing.
+    bool end();
 
 private:
     struct KoProfileFile* m_file;  // the cached file the batch belongs to
