@@ -263,6 +263,7 @@ SetupFileUpdate::SetupFileUpdate() : m_batch(dgnSetupFilePath()) {}
 // Values without line breaks, nearly all, are looked at only once.
 void SetupFileUpdate::write(const wchar_t* section, const wchar_t* key, const KoString& value)
 {
+    errno = 0;  // a refusal that is not the system's leaves it so
     bool written = koWritePrivateProfileString(section, key, value, dgnSetupFilePath());
     if (!written && value.findOneOf(L"\r\n") >= 0) {
         KoString oneLine = value;
