@@ -2,14 +2,18 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "kora/editor.h"
 #include "kora/profile.h"
 #include "kora/userpaths.h"
+#include "module.h"
 
 namespace Kora::DgnCommands {
 
@@ -100,12 +104,12 @@ struct KeyListing {
     size_t size = 0;
 };
 
-// A section's key names, however many there are, as a zero-separated
-// list. The buffer is first made as big as the keys the counts promise
-// need, so a large setup is listed once.
-const wchar_t* allKeyNames(const KoString& section, size_t expectedKeys, KeyListing& listing)
+// A section's key names (or, for no section, the file's section names),
+// however many there are, as a zero-separated list. The buffer is first
+// made as big as the names expected need, so a large setup is listed once.
+const wchar_t* allNames(const wchar_t* section, size_t expectedNames, KeyListing& listing)
 {
-    size_t wanted = std::clamp<size_t>(expectedKeys * 16 + 1024, 16384, size_t{1} << 24);
+    size_t wanted = std::clamp<size_t>(expectedNames * 16 + 1024, 16384, size_t{1} << 24);
     for (;;) {
         if (listing.size < wanted) {
             // Not zero-filled: the platform writes the list and its terminators.
@@ -198,41 +202,26 @@ bool readSetup(const KoString& section, DgnMappingSetup& setup, wchar_t* buffer,
     if (!anyPairs) return true;
     size_t expectedKeys = 0;
     for (const TableKeys& table : kTables) expectedKeys += 2 * static_cast<size_t>(std::clamp(setup.*table.count, 0, 1 << 20));
-    const auto indexEnds = indexesPresent(allKeyNames(section, expectedKeys, listing));
+    const auto indexEnds = indexesPresent(allNames(section, expectedKeys, listing));
     for (size_t t = 0; t < std::size(kTables); ++t) readTable(setup, kTables[t], indexEnds[t], buffer);
     return true;
 }
 
-// The file keeps one line per value: a value with line breaks (which only
-// a dialog can put into a name or description), which the platform
-// refuses, is written again with blanks in their place rather than lost.
-// Values without them, nearly all, are so looked at only once.
-void writeText(const KoString& section, const wchar_t* key, const KoString& value)
+void writeSetup(SetupFileUpdate& update, const KoString& section, const DgnMappingSetup& setup)
 {
-    if (koWritePrivateProfileString(section, key, value, dgnSetupFilePath())) return;
-    if (value.findOneOf(L"\r\n") < 0) return;
-    KoString oneLine = value;
-    oneLine.replace(L"\r\n", L" ");
-    oneLine.replace(L'\r', L' ');
-    oneLine.replace(L'\n', L' ');
-    koWritePrivateProfileString(section, key, oneLine, dgnSetupFilePath());
-}
-
-void writeSetup(const KoString& section, const DgnMappingSetup& setup)
-{
-    writeText(section, L"Name", setup.name);
-    writeText(section, L"isImport", std::to_wstring(setup.isImport));
-    writeText(section, L"Description", setup.description);
+    update.write(section, L"Name", setup.name);
+    update.write(section, L"isImport", std::to_wstring(setup.isImport));
+    update.write(section, L"Description", setup.description);
     for (const TableKeys& table : kTables)
-        writeText(section, table.countKey, std::to_wstring((setup.*table.table).size()));
+        update.write(section, table.countKey, std::to_wstring((setup.*table.table).size()));
     const bool import = setup.isImport != 0;
     for (const TableKeys& table : kTables) {
         const wchar_t* sourcePrefix = import ? table.dgnPrefix : table.dwgPrefix;
         const wchar_t* targetPrefix = import ? table.dwgPrefix : table.dgnPrefix;
         KeyCounter sourceKey(sourcePrefix), targetKey(targetPrefix);
         for (const auto& [source, target] : setup.*table.table) {
-            writeText(section, sourceKey.key(), source);
-            writeText(section, targetKey.key(), target);
+            update.write(section, sourceKey.key(), source);
+            update.write(section, targetKey.key(), target);
             sourceKey.next();
             targetKey.next();
         }
@@ -242,6 +231,20 @@ void writeSetup(const KoString& section, const DgnMappingSetup& setup)
 bool holdsSetupNamed(const KoString& section, const KoString& name, wchar_t* buffer)
 {
     return DgnMappingSetupStore::keyOf(readText(section, L"Name", buffer)) == DgnMappingSetupStore::keyOf(name);
+}
+
+// Every setup section of the file holding a setup of this name, the ones
+// past the classic listing included: once sections before them go, a
+// later load reads those too.
+std::vector<KoString> sectionsHoldingSetup(const KoString& name)
+{
+    KeyListing listing;
+    wchar_t buffer[kBufferSize];
+    std::vector<KoString> sections;
+    for (const KoString& section : splitList(allNames(nullptr, 0, listing))) {
+        if (section.find(L"MappingSetup") >= 0 && holdsSetupNamed(section, name, buffer)) sections.push_back(section);
+    }
+    return sections;
 }
 
 // True when the section holds a setup this store does not know: one whose
@@ -254,6 +257,34 @@ bool holdsUnknownSetup(const DgnMappingSetupStore& store, const KoString& sectio
 }
 
 }  // namespace
+
+SetupFileUpdate::SetupFileUpdate() : m_batch(dgnSetupFilePath()) {}
+
+// Values without line breaks, nearly all, are looked at only once.
+void SetupFileUpdate::write(const wchar_t* section, const wchar_t* key, const KoString& value)
+{
+    errno = 0;  // a refusal that is not the system's leaves it so
+    bool written = koWritePrivateProfileString(section, key, value, dgnSetupFilePath());
+    if (!written && value.findOneOf(L"\r\n") >= 0) {
+        KoString oneLine = value;
+        oneLine.replace(L"\r\n", L" ");
+        oneLine.replace(L'\r', L' ');
+        oneLine.replace(L'\n', L' ');
+        written = koWritePrivateProfileString(section, key, oneLine, dgnSetupFilePath());
+    }
+    if (!written && !m_error) m_error = errno ? errno : EIO;
+}
+
+bool SetupFileUpdate::finish()
+{
+    if (!m_batch.end() && !m_error) m_error = errno ? errno : EIO;
+    if (!m_error) return true;
+    const KoString& path = dgnSetupFilePath();
+    koutPrintf(loadLocalString(22676, L"\nCannot save %s: %s.").c_str(),
+               (path.isEmpty() ? KoString(L"DgnSetups.ini") : path).c_str(),
+               KoString::fromUtf8(std::strerror(m_error)).c_str());
+    return false;
+}
 
 const KoString& dgnSetupFilePath()
 {
@@ -290,9 +321,9 @@ void loadMappingSetups(DgnMappingSetupStore& store)
     }
 }
 
-void saveMappingSetups(DgnMappingSetupStore& store)
+bool saveMappingSetups(DgnMappingSetupStore& store)
 {
-    KoProfileBatch batch(dgnSetupFilePath());
+    SetupFileUpdate update;
     std::vector<wchar_t> buffer(kBufferSize);
     std::vector<std::pair<DgnMappingSetup*, KoString>> written;
     int number = 0;
@@ -301,22 +332,37 @@ void saveMappingSetups(DgnMappingSetupStore& store)
         KoString section;
         do section = L"MappingSetup" + std::to_wstring(++number);
         while (holdsUnknownSetup(store, section, buffer.data()));
-        writeSetup(section, setup);
+        writeSetup(update, section, setup);
         // Sections are never erased, so the section the setup was read from
         // stays in the file and, coming first, is the one the next load
         // reads: it gets the current content too, or an edit saved into
         // the new section alone would be undone by the next load.
         if (!setup.section.isEmpty() && setup.section.compareNoCase(section) != 0
             && holdsSetupNamed(setup.section, setup.name, buffer.data()))
-            writeSetup(setup.section, setup);
+            writeSetup(update, setup.section, setup);
         written.emplace_back(&setup, section);
     }
-    // A setup's old section may since have been taken by another setup;
-    // then the new section is the one that holds it.
-    for (auto& [setup, section] : written) {
-        if (setup->section.isEmpty() || !holdsSetupNamed(setup->section, setup->name, buffer.data()))
-            setup->section = section;
+    // Each setup's section becomes the one the next load reads it from: the
+    // first section of the listing that holds its name. That is not always
+    // the one just written (an old section listed earlier, kept current
+    // above) nor its old one (taken over by another setup, or listed after
+    // a section that now holds it). A setup no listed section holds keeps
+    // the section just written. A save that fails leaves the file, and so
+    // every section field, as it was.
+    std::vector<std::pair<DgnMappingSetup*, KoString>> read;
+    for (const KoString& section : setupFileSectionNames()) {
+        if (section.find(L"MappingSetup") < 0) continue;
+        const DgnMappingSetup* setup = store.find(readText(section, L"Name", buffer.data()));
+        const auto found = std::find_if(written.begin(), written.end(),
+                                        [&](const auto& entry) { return entry.first == setup; });
+        if (!setup || found == written.end()) continue;
+        read.emplace_back(found->first, section);
+        written.erase(found);
     }
+    if (!update.finish()) return false;
+    for (auto& [setup, section] : read) setup->section = section;
+    for (auto& [setup, section] : written) setup->section = section;
+    return true;
 }
 
 void removeSetupSection(const KoString& section)
@@ -328,7 +374,14 @@ bool deleteMappingSetup(DgnMappingSetupStore& store, const KoString& name)
 {
     const DgnMappingSetup* setup = store.find(name);
     if (!setup) return false;
-    removeSetupSection(setup->section);
+    // Besides its own section, stale copies of the setup (a duplicate in
+    // another letter case, a section a save left behind) go too: each would
+    // bring the setup back once the sections before it are gone.
+    if (!setup->section.isEmpty()) {
+        KoProfileBatch batch(dgnSetupFilePath());
+        removeSetupSection(setup->section);
+        for (const KoString& section : sectionsHoldingSetup(setup->name)) removeSetupSection(section);
+    }
     store.erase(name);
     return true;
 }
@@ -345,7 +398,14 @@ bool renameMappingSetup(DgnMappingSetupStore& store, const KoString& oldName, co
     renamed.name = newName;
     store.erase(oldName);
     store.insert(renamed);
-    if (!renamed.section.isEmpty()) writeText(renamed.section, L"Name", newName);
+    // Stale copies under the old name are renamed with it, or the old name
+    // would come back once the section before them goes.
+    if (!renamed.section.isEmpty()) {
+        SetupFileUpdate update;
+        update.write(renamed.section, L"Name", newName);
+        for (const KoString& section : sectionsHoldingSetup(oldName)) update.write(section, L"Name", newName);
+        update.finish();
+    }
     return true;
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kora/kostring.h"
+#include "kora/profile.h"
 #include "mapping/DgnMappingSetup.h"
 
 namespace Kora::DgnCommands {
@@ -19,6 +20,24 @@ const KoString& dgnSetupFilePath();
 // them: in file order, only as many as fit in 2046 characters.
 std::vector<KoString> setupFileSectionNames();
 
+// One update of the store file: its writes go out as one batch, and an
+// update that does not reach the file (a support folder that cannot be
+// written) is reported on the command line with the file and the reason,
+// so the user knows the change lives only in memory.
+class SetupFileUpdate {
+public:
+    SetupFileUpdate();
+    // Writes one key. A value with line breaks, which the file cannot hold
+    // on one line, is written with blanks in their place.
+    void write(const wchar_t* section, const wchar_t* key, const KoString& value);
+    // Ends the update; false, after saying so, when anything was not written.
+    bool finish();
+
+private:
+    KoProfileBatch m_batch;
+    int m_error = 0;  // the reason of the first write that failed
+};
+
 // Empties the store, inserts the standard setup and reads every setup
 // section of the file after it. Used both to load and to reload a store.
 void loadMappingSetups(DgnMappingSetupStore& store);
@@ -30,19 +49,26 @@ void loadMappingSetups(DgnMappingSetupStore& store);
 // numbered section that holds a setup this store does not know is passed
 // over (its number is skipped), and a setup's old section, which stays in
 // the file and would win the next load, gets the setup's content as well.
-// Each setup's section field names the section the next load reads it from.
-void saveMappingSetups(DgnMappingSetupStore& store);
+// Afterwards each setup's section field names the section the next load
+// reads it from: the first listed section holding its name. False, after
+// saying so on the command line, when the file could not be written; the
+// store then stays as it was, edits included, for a later save.
+bool saveMappingSetups(DgnMappingSetupStore& store);
 
 // Removes one section of the file whole. An empty name removes nothing.
 void removeSetupSection(const KoString& section);
 
-// Removes the named setup's section from the file and the setup from the
-// store; false when the store has no setup of that name.
+// Removes the named setup's section from the file, and every other setup
+// section holding its name (stale copies a later load would read once the
+// sections before them are gone), and the setup from the store; false when
+// the store has no setup of that name.
 bool deleteMappingSetup(DgnMappingSetupStore& store, const KoString& name);
 
 // Renames a setup in the store and writes the new "Name" into its section,
-// which keeps its number. False, with nothing changed, when the store has
-// no setup under the old name or another setup already has the new name.
+// which keeps its number, and into stale copies of the setup under the old
+// name. False, with nothing changed, when the store has no setup under the
+// old name. When another setup already has the new name, that setup stays
+// and the renamed one leaves the store; its section carries the new name.
 bool renameMappingSetup(DgnMappingSetupStore& store, const KoString& oldName, const KoString& newName);
 
 }  // namespace Kora::DgnCommands

@@ -34,16 +34,6 @@ KoString readText(const KoString& section, const wchar_t* key)
     return KoString(buffer);
 }
 
-void writeInt(const wchar_t* section, const wchar_t* key, int value)
-{
-    koWritePrivateProfileString(section, key, std::to_wstring(value).c_str(), dgnSetupFilePath());
-}
-
-void writeText(const wchar_t* section, const wchar_t* key, const KoString& value)
-{
-    koWritePrivateProfileString(section, key, value, dgnSetupFilePath());
-}
-
 bool isIn(int value, int first, int last) { return value >= first && value <= last; }
 
 // Keeps `target` unless `value` is in range.
@@ -82,26 +72,28 @@ bool readExportSettings(DgnExportSettings& settings)
     return true;
 }
 
-void writeImportSettings(const DgnImportSettings& settings)
+bool writeImportSettings(const DgnImportSettings& settings)
 {
     constexpr const wchar_t* kSection = L"IMPORTSECTION";
-    KoProfileBatch batch(dgnSetupFilePath());
-    writeInt(kSection, L"ExistingXRefOperation", settings.existingXRefOperation);
-    writeInt(kSection, L"IsMasterUnits", settings.isMasterUnits);
-    writeInt(kSection, L"TranslationOption", settings.translationOption);
-    writeInt(kSection, L"ExplodeTextNode", settings.explodeTextNode);
-    writeText(kSection, L"MappingSetupName", settings.mappingSetupName);
+    SetupFileUpdate update;
+    update.write(kSection, L"ExistingXRefOperation", std::to_wstring(settings.existingXRefOperation));
+    update.write(kSection, L"IsMasterUnits", std::to_wstring(settings.isMasterUnits));
+    update.write(kSection, L"TranslationOption", std::to_wstring(settings.translationOption));
+    update.write(kSection, L"ExplodeTextNode", std::to_wstring(settings.explodeTextNode));
+    update.write(kSection, L"MappingSetupName", settings.mappingSetupName);
+    return update.finish();
 }
 
-void writeExportSettings(const DgnExportSettings& settings)
+bool writeExportSettings(const DgnExportSettings& settings)
 {
     constexpr const wchar_t* kSection = L"EXPORTSECTION";
-    KoProfileBatch batch(dgnSetupFilePath());
-    writeInt(kSection, L"ExistingXRefOperation", settings.existingXRefOperation);
-    writeInt(kSection, L"IsMasterUnits", settings.isMasterUnits);
-    writeInt(kSection, L"TranslationOption", settings.translationOption);
-    writeText(kSection, L"MappingSetupName", settings.mappingSetupName);
-    writeText(kSection, L"SeedFileName", settings.seedFileName);
+    SetupFileUpdate update;
+    update.write(kSection, L"ExistingXRefOperation", std::to_wstring(settings.existingXRefOperation));
+    update.write(kSection, L"IsMasterUnits", std::to_wstring(settings.isMasterUnits));
+    update.write(kSection, L"TranslationOption", std::to_wstring(settings.translationOption));
+    update.write(kSection, L"MappingSetupName", settings.mappingSetupName);
+    update.write(kSection, L"SeedFileName", settings.seedFileName);
+    return update.finish();
 }
 
 void takeStoredSettings(const DgnImportSettings& stored, DgnImportChoices& choices)
@@ -132,7 +124,7 @@ void loadImportChoices(DgnImportChoices& choices)
     choices.importAlternative = mode.resval.rint == 0 || mode.resval.rint == 1 ? 1 : 0;
 }
 
-void saveImportChoices(const DgnImportChoices& choices)
+bool saveImportChoices(const DgnImportChoices& choices)
 {
     // Values a choice does not hold in range keep what the file has.
     DgnImportSettings settings;
@@ -142,12 +134,13 @@ void saveImportChoices(const DgnImportChoices& choices)
     if (isIn(choices.units, 0, 1)) settings.isMasterUnits = choices.units == 0 ? 1 : 0;
     settings.mappingSetupName = choices.mappingSetupName;
     takeIfIn(choices.translationOption, 0, 2, settings.translationOption);
-    writeImportSettings(settings);
+    const bool written = writeImportSettings(settings);
 
     koresbuf mode;
     mode.restype = KORTSHORT;
     mode.resval.rint = static_cast<short>(!choices.importIntoCurrent ? 0 : choices.importAlternative == 1 ? 1 : 2);
     koedSetVar(kImportMode, &mode);
+    return written;
 }
 
 void loadExportChoices(DgnExportChoices& choices)
@@ -156,7 +149,7 @@ void loadExportChoices(DgnExportChoices& choices)
     if (readExportSettings(stored)) takeStoredSettings(stored, choices);
 }
 
-void saveExportChoices(const DgnExportChoices& choices)
+bool saveExportChoices(const DgnExportChoices& choices)
 {
     DgnExportSettings settings;
     readExportSettings(settings);
@@ -165,7 +158,7 @@ void saveExportChoices(const DgnExportChoices& choices)
     settings.mappingSetupName = choices.mappingSetupName;
     takeIfIn(choices.translationOption, 0, 2, settings.translationOption);
     settings.seedFileName = choices.seedFileName;
-    writeExportSettings(settings);
+    return writeExportSettings(settings);
 }
 
 }  // namespace Kora::DgnCommands

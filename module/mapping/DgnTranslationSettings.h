@@ -50,9 +50,10 @@ namespace Kora::DgnCommands {
 bool readImportSettings(DgnImportSettings& settings);
 bool readExportSettings(DgnExportSettings& settings);
 // Write every key into the section named exactly "IMPORTSECTION"
-// (respectively "EXPORTSECTION"), replacing each in place.
-void writeImportSettings(const DgnImportSettings& settings);
-void writeExportSettings(const DgnExportSettings& settings);
+// (respectively "EXPORTSECTION"), replacing each in place. False, after
+// saying so on the command line, when the file could not be written.
+bool writeImportSettings(const DgnImportSettings& settings);
+bool writeExportSettings(const DgnExportSettings& settings);
 
 // Take stored values into working choices. Each value is taken only when
 // it is in range; anything else (-1 for a missing key included) leaves
@@ -62,10 +63,10 @@ void takeStoredSettings(const DgnExportSettings& stored, DgnExportChoices& choic
 
 // The whole load and save of a direction's choices: the stored section
 // and, for import, the "DGNIMPORTMODE" system variable that mirrors where
-// an import goes.
+// an import goes. A save answers whether the file was written.
 void loadImportChoices(DgnImportChoices& choices);
-void saveImportChoices(const DgnImportChoices& choices);
+bool saveImportChoices(const DgnImportChoices& choices);
 void loadExportChoices(DgnExportChoices& choices);
-void saveExportChoices(const DgnExportChoices& choices);
+bool saveExportChoices(const DgnExportChoices& choices);
 
 }  // namespace Kora::DgnCommands

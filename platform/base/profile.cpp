@@ -19,6 +19,7 @@
 #include <string_view>
 #include <type_traits>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "kora/atomicfile.h"
@@ -1004,12 +1005,37 @@ struct WideNameHash {
     size_t operator()(std::wstring_view name) const { return std::hash<std::wstring_view>{}(name); }
 };
 
+void forget(KoProfileFile& file);
+
+// At most this many files stay parsed, each holding its descriptor: a
+// program that reads many files one after another would otherwise keep
+// every one of them open. The least recently used goes first, unless a
+// batch runs on it or it holds writes the disk has not; a dropped file is
+// simply read again at its next use.
+constexpr size_t kParsedFiles = 16;
+
+void markUsed(KoProfileFile* file)
+{
+    static auto* recent = new std::vector<KoProfileFile*>;  // least recently used first
+    if (!recent->empty() && recent->back() == file) return;
+    std::erase(*recent, file);
+    recent->push_back(file);
+    for (auto it = recent->begin(); recent->size() > kParsedFiles && it != recent->end() - 1;) {
+        KoProfileFile& old = **it;
+        if (old.batchDepth > 0 || old.dirty || old.lockFd >= 0) {
+            ++it;
+            continue;
+        }
+        forget(old);
+        it = recent->erase(it);
+    }
+}
+
 // The cache entry of a file name, or null for a name that cannot name a
 // file. Relative names are made absolute so that one file has one entry;
 // absolute names, which do not depend on the working folder, are also
 // remembered as given, which spares every later call the normalisation.
-
-KoProfileFile* cachedFile(const wchar_t* fileName)
+KoProfileFile* lookUp(const wchar_t* fileName)
 {
     static auto* files = new std::unordered_map<std::string, std::unique_ptr<KoProfileFile>>;
     static auto* absoluteNames = new std::unordered_map<std::wstring, KoProfileFile*, WideNameHash, std::equal_to<>>;
@@ -1041,6 +1067,13 @@ KoProfileFile* cachedFile(const wchar_t* fileName)
     }
     if (absolute) absoluteNames->emplace(fileName, entry.get());
     return entry.get();
+}
+
+KoProfileFile* cachedFile(const wchar_t* fileName)
+{
+    KoProfileFile* file = lookUp(fileName);
+    if (file) markUsed(file);
+    return file;
 }
 
 void forget(KoProfileFile& file)
@@ -1296,14 +1329,21 @@ KoProfileBatch::KoProfileBatch(const wchar_t* fileName)
     if (m_file) ++m_file->batchDepth;
 }
 
-KoProfileBatch::~KoProfileBatch()
+KoProfileBatch::~KoProfileBatch() { end(); }
+
+bool KoProfileBatch::end()
 {
-    if (!m_file) return;
+    if (!m_file) return true;
     std::lock_guard guard(profileMutex());
-    if (--m_file->batchDepth > 0) return;
-    m_file->checkedInBatch = false;
-    if (m_file->dirty && !flush(*m_file)) forget(*m_file);
-    if (m_file->lockFd >= 0) releaseLock(*m_file);
+    KoProfileFile& file = *std::exchange(m_file, nullptr);
+    if (--file.batchDepth > 0) return true;
+    file.checkedInBatch = false;
+    const bool written = !file.dirty || flush(file);
+    const int error = errno;
+    if (!written) forget(file);
+    if (file.lockFd >= 0) releaseLock(file);
+    errno = error;
+    return written;
 }
 
 namespace Kora {

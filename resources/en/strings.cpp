@@ -168,6 +168,8 @@ const KoResourceString kStrings[] = {
     {22673, L"Please enter the account number:"},
     {22674, L"Please input the password:"},
     {22675, L"Not find file %ls,or wrong account password."},
+    // Setup store file: a save that did not reach the file
+    {22676, L"\nCannot save %s: %s."},
 };
 
 }  // namespace

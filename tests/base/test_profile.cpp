@@ -626,6 +626,39 @@ TEST_F(Profile, ABatchReadsOneStateOfTheFileAndLocksItOnlyToWrite)
     EXPECT_EQ(read(L"S", L"k", f), L"4");
 }
 
+size_t openDescriptors() { return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {})); }
+
+TEST_F(Profile, ReadingManyFilesKeepsFewOpenAndADroppedFileIsReadAgain)
+{
+    const std::wstring first = file("first.ini");
+    putBytes(first, "[S]\nk=old\n");
+    EXPECT_EQ(read(L"S", L"k", first), L"old");
+    // Changed in place with its stamp kept: only a copy parsed afresh sees it.
+    struct stat before {};
+    ASSERT_EQ(stat(diskPath(first).c_str(), &before), 0);
+    std::ofstream(diskPath(first), std::ios::binary | std::ios::trunc) << "[S]\nk=new\n";
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(utimensat(AT_FDCWD, diskPath(first).c_str(), times, 0), 0);
+
+    // A batch with unwritten changes keeps its file however many others are read.
+    const std::wstring batched = file("batched.ini");
+    const size_t open = openDescriptors();
+    {
+        KoProfileBatch batch(batched.c_str());
+        ASSERT_TRUE(write(L"S", L"k", L"kept", batched));
+        for (int i = 0; i < 200; ++i) {
+            const std::wstring other = file(("other" + std::to_string(i) + ".ini").c_str());
+            putBytes(other, "[S]\nk=" + std::to_string(i) + "\n");
+            ASSERT_EQ(read(L"S", L"k", other), std::to_wstring(i));
+        }
+        EXPECT_LE(openDescriptors(), open + 20);
+        EXPECT_EQ(read(L"S", L"k", batched), L"kept");
+    }
+    EXPECT_EQ(bytes(batched), "[S]\nk=kept\n");
+    EXPECT_LE(openDescriptors(), open + 20);
+    EXPECT_EQ(read(L"S", L"k", first), L"new");
+}
+
 TEST_F(Profile, TwoProcessesWritingOneFileLoseNoKey)
 {
     const std::wstring f = file("shared.ini");

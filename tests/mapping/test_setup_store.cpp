@@ -1,11 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "mapping/DgnMappingSetup.h"
 #include "mapping/DgnSetupFile.h"
+#include "mapping/DgnTranslationSettings.h"
+#include "testeditor.h"
 #include "storefile.h"
 
 namespace {
@@ -301,6 +306,104 @@ TEST_F(SetupStoreTest, DeleteAndRenameTouchOnlyTheirSection)
     EXPECT_EQ(storedValue(L"MappingSetup1", L"Name"), L"gamma");
     Kora::DgnCommands::loadMappingSetups(store);
     EXPECT_EQ(names(store), (std::vector<KoString>{L"gamma", L"Standard"}));
+}
+
+// After any save, the section a setup names is the one the next load reads
+// it from, so a delete or rename in the same session reaches the file.
+// Each case: the file, the setup deleted and the one renamed after a save.
+TEST_F(SetupStoreTest, DeleteAndRenameAfterASaveHoldForTheNextLoad)
+{
+    struct Case {
+        const char* file;
+        const wchar_t* dropBeforeSave;
+        const wchar_t* deleted;
+        const wchar_t* renamed;
+    };
+    const Case cases[] = {
+        // The numbering shifts down: the last setup's old section stays.
+        {"[MappingSetup1]\nName=Alpha\n[MappingSetup2]\nName=Beta\n[MappingSetup3]\nName=Gamma\n", L"Alpha",
+         L"Gamma", L"Beta"},
+        // A stale duplicate in another case, read by no load until the
+        // section before it goes.
+        {"[MappingSetup1]\nName=A\n[MappingSetup2]\nName=a\n[MappingSetup3]\nName=B\n", nullptr, L"A", L"B"},
+        {"[MappingSetup1]\nName=A\n[MappingSetup2]\nName=a\n[MappingSetup3]\nName=B\n", L"A", L"B", nullptr},
+        // Gaps in the numbering and sections named otherwise.
+        {"[MappingSetup2]\nName=Beta\n[MyMappingSetup7]\nName=Gamma\n[MappingSetup9]\nName=Delta\n", nullptr,
+         L"Gamma", L"Delta"},
+        {"[MappingSetup4]\nName=Alpha\n[MappingSetup1x]\nName=Beta\n[MappingSetup2]\nName=Gamma\n", L"Alpha",
+         L"Beta", L"Gamma"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file);
+        writeStoreFile(c.file);
+        DgnMappingSetupStore store = load();
+        if (c.dropBeforeSave) {
+            ASSERT_TRUE(Kora::DgnCommands::deleteMappingSetup(store, c.dropBeforeSave));
+        }
+        Kora::DgnCommands::saveMappingSetups(store);
+        // Every section field names the section a fresh load reads.
+        const DgnMappingSetupStore fresh = load();
+        ASSERT_EQ(names(fresh), names(store));
+        for (const auto& [key, setup] : store) EXPECT_EQ(setup.section, fresh.find(setup.name)->section);
+
+        std::vector<KoString> expected = names(store);
+        ASSERT_TRUE(Kora::DgnCommands::deleteMappingSetup(store, c.deleted));
+        std::erase(expected, KoString(c.deleted));
+        if (c.renamed) {
+            ASSERT_TRUE(Kora::DgnCommands::renameMappingSetup(store, c.renamed, L"Renamed"));
+            std::replace(expected.begin(), expected.end(), KoString(c.renamed), KoString(L"Renamed"));
+            std::sort(expected.begin(), expected.end(),
+                      [](const KoString& x, const KoString& y) {
+                          return DgnMappingSetupStore::keyOf(x) < DgnMappingSetupStore::keyOf(y);
+                      });
+        }
+        EXPECT_EQ(names(store), expected);
+        EXPECT_EQ(names(load()), expected);
+        EXPECT_EQ(readStoreFile().find("=" + KoString(c.deleted).toUtf8() + "\n"), std::string::npos);
+    }
+}
+
+// Tests run as root, whom permissions do not stop: the support folder is
+// made a regular file instead, in which nobody can create a file.
+TEST_F(SetupStoreTest, SavesThatCannotWriteSaySoAndKeepTheEdits)
+{
+    writeStoreFile("[MappingSetup1]\nName=Alpha\n");
+    DgnMappingSetupStore store = load();
+    store.find(L"Alpha")->description = L"edited";
+    store.insert(setup(L"Beta", 1));
+    const std::string before = readStoreFile();
+
+    const std::filesystem::path folder = storeFilePath().parent_path();
+    const std::filesystem::path aside = folder.string() + ".aside";
+    std::filesystem::rename(folder, aside);
+    std::ofstream(folder) << "not a folder";
+    bool savedSetups = true, savedSettings = true;
+    KoString transcript;
+    {
+        TestEditor editor;
+        savedSetups = Kora::DgnCommands::saveMappingSetups(store);
+        DgnExportChoices choices;
+        savedSettings = Kora::DgnCommands::saveExportChoices(choices);
+        transcript = editor.transcript();
+    }
+    std::filesystem::remove(folder);
+    std::filesystem::rename(aside, folder);
+
+    EXPECT_FALSE(savedSetups);
+    EXPECT_FALSE(savedSettings);
+    const KoString message = L"\nCannot save " + Kora::DgnCommands::dgnSetupFilePath() + L": Not a directory.";
+    EXPECT_EQ(transcript, message + message);
+    EXPECT_EQ(readStoreFile(), before);
+    // The store still holds the edits, and its sections still name the file as it is.
+    EXPECT_EQ(store.find(L"Alpha")->description, L"edited");
+    EXPECT_EQ(store.find(L"Alpha")->section, L"MappingSetup1");
+    EXPECT_TRUE(store.find(L"Beta")->section.isEmpty());
+
+    // Once the folder can be written again, the same store saves.
+    EXPECT_TRUE(Kora::DgnCommands::saveMappingSetups(store));
+    const DgnMappingSetupStore again = load();
+    EXPECT_EQ(again.find(L"Alpha")->description, L"edited");
+    EXPECT_NE(again.find(L"Beta"), nullptr);
 }
 
 TEST_F(SetupStoreTest, SavingNeverOverwritesASetupTheStoreDoesNotKnow)

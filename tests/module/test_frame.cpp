@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
-
 #include <filesystem>
 
 #include "attach/DgnAttachCommand.h"
@@ -111,20 +109,6 @@ TEST(ModuleFrame, AModuleWithoutItsResourceLibraryIsRefused)
     EXPECT_NE(editor.transcript().find(L"resource library"), KoString::npos) << editor.transcript().toUtf8();
     EXPECT_TRUE(registeredRows().empty());
     EXPECT_TRUE(linker()->loadedModules().empty());
-}
-
-TEST(ModuleFrame, ApiVersionIsTheSameBeforeAndAfterInit)
-{
-    const std::string path = (kBin / "DgnCommands.krx").string();
-    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(handle, nullptr) << dlerror();
-    auto version = reinterpret_cast<KoRxApiVersionFn>(dlsym(handle, "korxGetApiVersion"));
-    ASSERT_NE(version, nullptr);
-    EXPECT_EQ(version(), 132448366u);
-    ASSERT_EQ(linker()->loadModule(KoString::fromUtf8(path), false), Kora::eOk);
-    EXPECT_EQ(version(), 132448366u);
-    ASSERT_EQ(linker()->unloadModule(KoString::fromUtf8(path), false), Kora::eOk);
-    dlclose(handle);
 }
 
 TEST(ModuleFrame, ResourceLibraryNameFollowsTheModuleName)

@@ -3,7 +3,8 @@
 // classic private-profile functions.
 //
 // Files are read through a parsed cache that is checked against the file on
-// every call outside a batch (see KoProfileBatch), and every change
+// every call outside a batch (see KoProfileBatch); the 16 files used last
+// stay parsed, an older one is read again at its next use. Every change
 // replaces the file atomically (temporary file in the same folder, then
 // rename) under an exclusive lock, so two processes updating different keys
 // of one file never lose either update. File names are wide paths with "/"
@@ -61,6 +62,12 @@ public:
     ~KoProfileBatch();
     KoProfileBatch(const KoProfileBatch&) = delete;
     KoProfileBatch& operator=(const KoProfileBatch&) = delete;
+
+    // Ends the batch now (as the destructor would) and answers whether its
+    // writes reached the file: false when the file could not be replaced,
+    // with errno telling why; the writes are then dropped. An inner batch
+    // only answers true, since the outermost one does the writing.
+    bool end();
 
 private:
     struct KoProfileFile* m_file;  // the cached file the batch belongs to
