@@ -453,8 +453,7 @@ KoDbObjectId Reader::recordByName(const std::string& name, const char* missingNa
         record->setName(wide(key));
         KoDbAccess::addUnnumbered(m_db, record, KoDbAccess::stub(table));
         m_unnumbered.push_back(KoDbAccess::stub(record));
-        const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(record->objectId());
-        table->recordRenamed();
+        KoDbAccess::appendRecord(*table, record->objectId());
         id = record->objectId();
         m_report.warnings.push_back(std::string(kind) + " \"" + key + "\" was used without being defined; it was added");
     }
@@ -798,8 +797,7 @@ void Reader::tableRecord(const Record& r, KoDbSymbolTable* table)
     if (linetype) linetype->setDashes(std::move(dashes));
     guard.release();
     place(rec, c, std::move(preserved), KoDbAccess::stub(table));
-    const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(rec->objectId());
-    table->recordRenamed();
+    KoDbAccess::appendRecord(*table, rec->objectId());
     if (block && layoutStub) m_blockLayouts.emplace_back(block, layoutStub);
 }
 
@@ -847,8 +845,7 @@ void Reader::blocks()
                 block->setName(name);
                 KoDbAccess::addUnnumbered(m_db, block, KoDbAccess::stub(table));
                 m_unnumbered.push_back(KoDbAccess::stub(block));
-                const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(block->objectId());
-                table->recordRenamed();
+                KoDbAccess::appendRecord(*table, block->objectId());
             }
             Writable writable(block);
             block->setFlags(flags);
@@ -1631,10 +1628,7 @@ void Reader::finish()
     // Dictionary entries whose object never came are dropped.
     for (KoDbStub& s : m_d.stubs)
         if (auto* d = KoDbDictionary::cast(s.object)) {
-            auto& entries = const_cast<std::vector<KoDbDictionary::Entry>&>(d->entries());
-            const size_t before = entries.size();
-            std::erase_if(entries, [](const KoDbDictionary::Entry& e) { return !e.id.stub()->object; });
-            if (entries.size() != before)
+            if (KoDbAccess::dropEntriesWithoutObjects(*d) > 0)
                 m_report.warnings.push_back("dictionary entries without objects were dropped");
         }
     if (m_db.modelSpaceId().isNull()) fail(m_in.line(), "the drawing has no model space block");
@@ -1716,22 +1710,17 @@ Kora::ErrorStatus kodbReadDxf(KoDbDatabase& database, std::string_view bytes, co
 Kora::ErrorStatus kodbReadDxfFile(KoDbDatabase& database, const KoString& path, KoString* message,
                                   KoDbDxfReadReport* report)
 {
-    std::FILE* f = std::fopen(path.toUtf8().c_str(), "rb");
+    Kora::Dxf::File f(std::fopen(path.toUtf8().c_str(), "rb"));
     if (!f) {
         const int err = errno;
         if (message) *message = KoString::format(L"%s: %hs", path.c_str(), std::strerror(err));
         return err == ENOENT ? Kora::eFileNotFound : Kora::eFileAccessErr;
     }
     char head[64];
-    const size_t n = std::fread(head, 1, sizeof head, f);
+    const size_t n = std::fread(head, 1, sizeof head, f.get());
     Kora::ErrorStatus es;
-    if (refuse(std::string_view(head, n), path, message, es)) {
-        std::fclose(f);
-        return es;
-    }
-    std::rewind(f);
-    Kora::Dxf::TagReader in(f);
-    es = Kora::Dxf::readDxf(in, database, path, message, report);
-    std::fclose(f);
-    return es;
+    if (refuse(std::string_view(head, n), path, message, es)) return es;
+    std::rewind(f.get());
+    Kora::Dxf::TagReader in(std::move(f));
+    return Kora::Dxf::readDxf(in, database, path, message, report);
 }

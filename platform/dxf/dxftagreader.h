@@ -3,16 +3,23 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace Kora::Dxf {
 
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
 class TagReader {
 public:
     explicit TagReader(std::string_view memory);
-    explicit TagReader(std::FILE* file);
+    // Reads the file from where it stands, and closes it at the end.
+    explicit TagReader(File file);
 
     // The next tag; false at the end of the input or on a malformed tag
     // (then error() is set). The value stays valid until the next call.
@@ -29,7 +36,7 @@ private:
     bool readLine(std::string_view& out);
     bool fill();
 
-    std::FILE* m_file = nullptr;
+    File m_file;
     std::vector<char> m_buffer;
     const char* m_data = nullptr;
     size_t m_pos = 0, m_end = 0;
