@@ -70,6 +70,7 @@ private:
 
 class ParseError {
 public:
+    ReadCode code;
     long line;
     std::string message;
 };
@@ -89,11 +90,21 @@ public:
 
 private:
     // ---- input ----
-    [[noreturn]] void fail(long line, std::string message) { throw ParseError {line, std::move(message)}; }
+    [[noreturn]] void fail(ReadCode code, long line, std::string message)
+    {
+        throw ParseError {code, line, std::move(message)};
+    }
     [[noreturn]] void failInput()
     {
-        if (!m_in.error().empty()) fail(m_in.line(), m_in.error());
-        fail(m_in.line(), "the file ends unexpectedly (it may be truncated)");
+        if (!m_in.error().empty()) fail(m_in.errorCode(), m_in.line(), m_in.error());
+        fail(ReadCode::kTruncated, m_in.line(), "the file ends unexpectedly (it may be truncated)");
+    }
+    // A repair made while reading.
+    void repaired(ReadCode code, long line, std::string message)
+    {
+        Kora::Place place;
+        if (line > 0) place.line = static_cast<uint64_t>(line);
+        m_report.diagnostics.push_back({code, Kora::Severity::kRepaired, place, std::move(message)});
     }
     bool nextTag(int& code, std::string_view& value)
     {
@@ -119,8 +130,8 @@ private:
     double dbl(const RTag& t)
     {
         double d;
-        if (!parseDouble(t.value, d)) fail(t.line, "\"" + t.value.substr(0, 40) + "\" is not a number (group " + std::to_string(t.code) + ")");
-        if (!std::isfinite(d)) fail(t.line, "the number \"" + t.value.substr(0, 40) + "\" is out of range");
+        if (!parseDouble(t.value, d)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not a number (group " + std::to_string(t.code) + ")");
+        if (!std::isfinite(d)) fail(ReadCode::kBadValue, t.line, "the number \"" + t.value.substr(0, 40) + "\" is out of range");
         return d;
     }
     // A coordinate of a point (or vector) whose x has group `base`, y
@@ -143,15 +154,15 @@ private:
     int integer(const RTag& t)
     {
         int64_t i;
-        if (!parseInt(t.value, i)) fail(t.line, "\"" + t.value.substr(0, 40) + "\" is not an integer (group " + std::to_string(t.code) + ")");
-        if (i < INT32_MIN || i > INT32_MAX) fail(t.line, "the integer " + t.value.substr(0, 40) + " is out of range");
+        if (!parseInt(t.value, i)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not an integer (group " + std::to_string(t.code) + ")");
+        if (i < INT32_MIN || i > INT32_MAX) fail(ReadCode::kBadValue, t.line, "the integer " + t.value.substr(0, 40) + " is out of range");
         return static_cast<int>(i);
     }
     uint64_t handleValue(const RTag& t)
     {
         uint64_t h = 0;
         if (trimmed(t.value).empty()) return 0;
-        if (!parseHandle(t.value, h)) fail(t.line, "\"" + t.value.substr(0, 40) + "\" is not a handle (group " + std::to_string(t.code) + ")");
+        if (!parseHandle(t.value, h)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not a handle (group " + std::to_string(t.code) + ")");
         if (h > m_maxHandle) m_maxHandle = h;
         return h;
     }
@@ -168,9 +179,9 @@ private:
             if (validValue(t.code, t.value)) continue;
             const std::string shown = "\"" + t.value.substr(0, 40) + "\"";
             switch (valueKind(t.code)) {
-            case ValueKind::Handle: fail(t.line, shown + " is not a handle (group " + std::to_string(t.code) + ")");
-            case ValueKind::Int: fail(t.line, shown + " is not an integer (group " + std::to_string(t.code) + ")");
-            default: fail(t.line, shown + " is not a number (group " + std::to_string(t.code) + ")");
+            case ValueKind::Handle: fail(ReadCode::kBadValue, t.line, shown + " is not a handle (group " + std::to_string(t.code) + ")");
+            case ValueKind::Int: fail(ReadCode::kBadValue, t.line, shown + " is not an integer (group " + std::to_string(t.code) + ")");
+            default: fail(ReadCode::kBadValue, t.line, shown + " is not a number (group " + std::to_string(t.code) + ")");
             }
         }
     }
@@ -303,10 +314,10 @@ bool Reader::readRecord(Record& r)
     int code;
     std::string_view value;
     if (!nextTag(code, value)) failInput();
-    if (code != 0) fail(m_in.line(), "group code 0 was expected here, found " + std::to_string(code));
+    if (code != 0) fail(ReadCode::kUnexpectedTag, m_in.line(), "group code 0 was expected here, found " + std::to_string(code));
     r.name.assign(trimmed(value));
     r.line = m_in.line();
-    if (r.name.empty()) fail(r.line, "a record has no name (group 0 is empty)");
+    if (r.name.empty()) fail(ReadCode::kUnexpectedTag, r.line, "a record has no name (group 0 is empty)");
     r.clear();
     while (nextTag(code, value)) {
         if (code == 0) {
@@ -347,10 +358,10 @@ void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode
         const int code = t->code;
         if (code >= 1000) {
             if (code == 1001 || !c.xdata.empty()) c.xdata.push_back({code, t->value});
-            else fail(t->line, "extended data must start with an application name (group 1001)");
+            else fail(ReadCode::kBadExtendedData, t->line, "extended data must start with an application name (group 1001)");
             continue;
         }
-        if (!c.xdata.empty()) fail(t->line, "group " + std::to_string(code) + " follows extended data");
+        if (!c.xdata.empty()) fail(ReadCode::kBadExtendedData, t->line, "group " + std::to_string(code) + " follows extended data");
         if (code == handleCode && c.handle == 0 && subclass == &none) {
             c.handle = handleValue(*t);
             continue;
@@ -359,13 +370,13 @@ void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode
             for (++t; t != end && t->code != 102; ++t)
                 if (t->code == 330)
                     if (KoDbStub* s = stubOf(*t)) c.reactors.push_back(s);
-            if (t == end) fail(r.line, "an ACAD_REACTORS group has no end");
+            if (t == end) fail(ReadCode::kUnexpectedTag, r.line, "an ACAD_REACTORS group has no end");
             continue;
         }
         if (code == 102 && t->value == "{ACAD_XDICTIONARY") {
             for (++t; t != end && t->code != 102; ++t)
                 if (t->code == 360) c.xdict = stubOf(*t);
-            if (t == end) fail(r.line, "an ACAD_XDICTIONARY group has no end");
+            if (t == end) fail(ReadCode::kUnexpectedTag, r.line, "an ACAD_XDICTIONARY group has no end");
             continue;
         }
         if (code == 330 && subclass == &none && !c.owner) {
@@ -414,8 +425,8 @@ void Reader::place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* ow
     if (handle) {
         const auto it = m_d.byHandle.find(handle);
         if (it != m_d.byHandle.end() && it->second->object) {
-            m_report.warnings.push_back("handle " + KoDbHandle(handle).ascii().toUtf8() +
-                                        " was used twice; the second object got a new handle");
+            repaired(ReadCode::kDuplicateHandle, 0,
+                     "handle " + KoDbHandle(handle).ascii().toUtf8() + " was used twice; the second object got a new handle");
             handle = 0;
         }
     }
@@ -446,7 +457,7 @@ KoDbObjectId Reader::recordByName(const std::string& name, const char* missingNa
     const std::string key = name.empty() ? missingName : name;
     if (auto it = cache.find(key); it != cache.end()) return it->second;
     auto* table = kodbPeek<KoDbSymbolTable>(tableId);
-    if (!table) fail(line, std::string("an entity refers to ") + kind + " \"" + key + "\" but the drawing has no " + kind + " table");
+    if (!table) fail(ReadCode::kBadStructure, line, std::string("an entity refers to ") + kind + " \"" + key + "\" but the drawing has no " + kind + " table");
     KoDbObjectId id;
     if (table->getAt(wide(key), id) != Kora::eOk) {
         auto* record = new Record;
@@ -455,7 +466,7 @@ KoDbObjectId Reader::recordByName(const std::string& name, const char* missingNa
         m_unnumbered.push_back(KoDbAccess::stub(record));
         KoDbAccess::appendRecord(*table, record->objectId());
         id = record->objectId();
-        m_report.warnings.push_back(std::string(kind) + " \"" + key + "\" was used without being defined; it was added");
+        repaired(ReadCode::kUndefinedName, line, std::string(kind) + " \"" + key + "\" was used without being defined; it was added");
     }
     cache.emplace(key, id);
     return id;
@@ -493,12 +504,12 @@ std::string Reader::sectionOrEnd()
     int code;
     std::string_view value;
     if (!nextTag(code, value)) return {};
-    if (code != 0) fail(m_in.line(), "a section was expected, found group code " + std::to_string(code));
+    if (code != 0) fail(ReadCode::kUnexpectedTag, m_in.line(), "a section was expected, found group code " + std::to_string(code));
     const std::string_view v = trimmed(value);
     if (v == "EOF") return "EOF";
-    if (v != "SECTION") fail(m_in.line(), "a section was expected, found \"" + std::string(v.substr(0, 40)) + "\"");
+    if (v != "SECTION") fail(ReadCode::kUnexpectedTag, m_in.line(), "a section was expected, found \"" + std::string(v.substr(0, 40)) + "\"");
     if (!nextTag(code, value)) failInput();
-    if (code != 2) fail(m_in.line(), "the section has no name");
+    if (code != 2) fail(ReadCode::kUnexpectedTag, m_in.line(), "the section has no name");
     return std::string(trimmed(value));
 }
 
@@ -509,7 +520,7 @@ void Reader::run()
         section(name);
         ++sections;
     }
-    if (sections == 0) fail(m_in.line(), "no DXF section found");
+    if (sections == 0) fail(ReadCode::kBadStructure, m_in.line(), "no DXF section found");
     finish();
 }
 
@@ -546,7 +557,7 @@ void Reader::header()
         if (var == "$ACADVER" && t0) {
             m_report.version = t0->value;
             if (t0->value < "AC1015")
-                fail(m_in.line(), "DXF release " + t0->value + " is older than AC1015 (release 2000) and cannot be read");
+                fail(ReadCode::kOldRelease, m_in.line(), "DXF release " + t0->value + " is older than AC1015 (release 2000) and cannot be read");
             // Release 2007 (AC1021) and later store UTF-8.
             m_convert = t0->value < "AC1021";
         } else if (var == "$DWGCODEPAGE" && t0) {
@@ -592,19 +603,19 @@ void Reader::header()
     };
     while (nextTag(code, value)) {
         if (code == 0) {
-            if (trimmed(value) != "ENDSEC") fail(m_in.line(), "the header section has no end");
+            if (trimmed(value) != "ENDSEC") fail(ReadCode::kBadStructure, m_in.line(), "the header section has no end");
             flush();
             return;
         }
         if (code == 9) {
             flush();
             var = text(trimmed(value));
-            if (var.empty()) fail(m_in.line(), "a header variable has no name");
+            if (var.empty()) fail(ReadCode::kUnexpectedTag, m_in.line(), "a header variable has no name");
             continue;
         }
-        if (var.empty()) fail(m_in.line(), "a header variable name (group 9) was expected");
+        if (var.empty()) fail(ReadCode::kUnexpectedTag, m_in.line(), "a header variable name (group 9) was expected");
         if (!validValue(code, value))
-            fail(m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
+            fail(ReadCode::kBadValue, m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
         tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
     }
     failInput();
@@ -634,7 +645,7 @@ void Reader::otherSection(const std::string& name)
             m_d.otherSections.emplace_back(name, std::move(tags));
             return;
         }
-        if (!validValue(code, value)) fail(m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
+        if (!validValue(code, value)) fail(ReadCode::kBadValue, m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
         tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
     }
     failInput();
@@ -667,7 +678,7 @@ void Reader::tables()
                                  : name == "VIEW"       ? &m_d.viewTable
                                  : name == "UCS"        ? &m_d.ucsTable
                                                         : nullptr;
-            if (!slot) fail(r.line, "unknown table \"" + name + "\"");
+            if (!slot) fail(ReadCode::kBadStructure, r.line, "unknown table \"" + name + "\"");
             if (!slot->isNull()) {
                 table = kodbPeek<KoDbSymbolTable>(*slot);
                 continue;
@@ -686,9 +697,9 @@ void Reader::tables()
             table = nullptr;
             continue;
         }
-        if (!table) fail(r.line, "table record \"" + r.name + "\" outside a table");
+        if (!table) fail(ReadCode::kBadStructure, r.line, "table record \"" + r.name + "\" outside a table");
         const std::string& expected = table->dxfName();
-        if (r.name != expected) fail(r.line, "a " + r.name + " record in the " + expected + " table");
+        if (r.name != expected) fail(ReadCode::kBadStructure, r.line, "a " + r.name + " record in the " + expected + " table");
         tableRecord(r, table);
     }
 }
@@ -776,9 +787,9 @@ void Reader::tableRecord(const Record& r, KoDbSymbolTable* table)
         }
         preserve(preserved, b);
     }
-    if (name.isEmpty()) fail(r.line, "a " + r.name + " record has no name");
+    if (name.isEmpty()) fail(ReadCode::kUnexpectedTag, r.line, "a " + r.name + " record has no name");
     if (table->has(name)) {
-        m_report.warnings.push_back(r.name + " record \"" + name.toUtf8() + "\" appears twice; the second was dropped");
+        repaired(ReadCode::kDuplicateRecord, r.line, r.name + " record \"" + name.toUtf8() + "\" appears twice; the second was dropped");
         return;
     }
     rec->setName(name);
@@ -839,8 +850,8 @@ void Reader::blocks()
                 if (table->getAt(name, id) == Kora::eOk) block = kodbPeek<KoDbBlockTableRecord>(id);
             }
             if (!block) {
-                if (!table) fail(r.line, "block \"" + name.toUtf8() + "\" has no block table record");
-                if (name.isEmpty()) fail(r.line, "a block has no name");
+                if (!table) fail(ReadCode::kBadStructure, r.line, "block \"" + name.toUtf8() + "\" has no block table record");
+                if (name.isEmpty()) fail(ReadCode::kUnexpectedTag, r.line, "a block has no name");
                 block = new KoDbBlockTableRecord;
                 block->setName(name);
                 KoDbAccess::addUnnumbered(m_db, block, KoDbAccess::stub(table));
@@ -862,7 +873,7 @@ void Reader::blocks()
             block = nullptr;
             continue;
         }
-        if (!block) fail(r.line, "entity " + r.name + " outside a block definition");
+        if (!block) fail(ReadCode::kBadStructure, r.line, "entity " + r.name + " outside a block definition");
         entity(r, block);
     }
 }
@@ -887,7 +898,7 @@ void Reader::readSubRecords(std::vector<KoDbDxfRecord>& subs)
         if (r.name != "ATTRIB" && r.name != "VERTEX" && r.name != "SEQEND") {
             std::swap(r, m_pending);
             m_hasPending = true;
-            m_report.warnings.push_back("a sequence of vertices or attributes has no end marker");
+            repaired(ReadCode::kUnterminatedSequence, m_pending.line, "a sequence of vertices or attributes has no end marker");
             return;
         }
         validate(r);
@@ -933,7 +944,7 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
             block = kodbPeek<KoDbBlockTableRecord>(space);
         }
         if (!block)
-            fail(r.line, "the drawing has no block record for its " + std::string(c.paperSpace ? "paper" : "model") + " space");
+            fail(ReadCode::kBadStructure, r.line, "the drawing has no block record for its " + std::string(c.paperSpace ? "paper" : "model") + " space");
     }
     KoDbEntity* placed = e.release();
     place(placed, c, std::move(preserved), KoDbAccess::stub(block));
@@ -1358,7 +1369,7 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
     auto at = [&](size_t k) -> const RTag& { return *c.body[k].tag; };
     auto need = [&](int code) -> const RTag& {
         if (i >= count || at(i).code != code)
-            fail(i < count ? at(i).line : r.line, "hatch boundary data: group " + std::to_string(code) + " was expected");
+            fail(ReadCode::kBadHatch, i < count ? at(i).line : r.line, "hatch boundary data: group " + std::to_string(code) + " was expected");
         return at(i++);
     };
     auto peek = [&](int code) { return i < count && at(i).code == code; };
@@ -1370,7 +1381,7 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
     };
     auto counted = [&](int code, int limit) {
         const int v = integer(need(code));
-        if (v < 0 || v > limit) fail(at(i - 1).line, "hatch: count " + std::to_string(v) + " is out of range");
+        if (v < 0 || v > limit) fail(ReadCode::kBadHatch, at(i - 1).line, "hatch: count " + std::to_string(v) + " is out of range");
         return v;
     };
     KoGePoint3d elevation;
@@ -1419,7 +1430,7 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
                     for (int k2 = 0; k2 < ne; ++k2) {
                         KoDbHatch::Edge edge;
                         const int type = integer(need(72));
-                        if (type < 1 || type > 4) fail(at(i - 1).line, "hatch: unknown edge type " + std::to_string(type));
+                        if (type < 1 || type > 4) fail(ReadCode::kBadHatch, at(i - 1).line, "hatch: unknown edge type " + std::to_string(type));
                         edge.type = static_cast<KoDbHatch::EdgeType>(type);
                         if (type == 1) {
                             edge.start = pt2(10);
@@ -1611,8 +1622,8 @@ void Reader::finish()
 {
     m_d.handseed = std::max(m_d.handseed, m_maxHandle + 1);
     if (m_d.blockTable.isNull() || m_d.layerTable.isNull() || m_d.linetypeTable.isNull())
-        fail(m_in.line(), "the drawing lacks its block, layer or linetype table");
-    if (m_d.namedObjects.isNull()) fail(m_in.line(), "the drawing has no named-objects dictionary");
+        fail(ReadCode::kBadStructure, m_in.line(), "the drawing lacks its block, layer or linetype table");
+    if (m_d.namedObjects.isNull()) fail(ReadCode::kBadStructure, m_in.line(), "the drawing has no named-objects dictionary");
     for (auto [block, stub] : m_blockLayouts)
         if (KoDbLayout::cast(stub->object)) {
             Writable writable(block);
@@ -1629,9 +1640,9 @@ void Reader::finish()
     for (KoDbStub& s : m_d.stubs)
         if (auto* d = KoDbDictionary::cast(s.object)) {
             if (KoDbAccess::dropEntriesWithoutObjects(*d) > 0)
-                m_report.warnings.push_back("dictionary entries without objects were dropped");
+                repaired(ReadCode::kOrphanEntries, 0, "dictionary entries without objects were dropped");
         }
-    if (m_db.modelSpaceId().isNull()) fail(m_in.line(), "the drawing has no model space block");
+    if (m_db.modelSpaceId().isNull()) fail(ReadCode::kBadStructure, m_in.line(), "the drawing has no model space block");
     for (const char* name : {"ByBlock", "ByLayer", "Continuous"}) linetypeByName(name, 0);
     layerByName("0", 0);
     if (!m_clayer.empty()) m_d.clayer = layerByName(m_clayer, 0);
@@ -1643,66 +1654,75 @@ void Reader::finish()
 
 }  // namespace
 
+// Ends a read that cannot go on: a message for people ("name, line N:
+// what", or "name: what" where line is negative) and the same as a record.
+Kora::ErrorStatus failed(Kora::ErrorStatus es, ReadCode code, long line, const std::string& what, const KoString& name,
+                         KoString* message, KoDbDxfReadReport* report)
+{
+    if (message)
+        *message = line < 0 ? KoString::format(L"%s: %hs", name.c_str(), what.c_str())
+                            : KoString::format(L"%s, line %ld: %hs", name.c_str(), line, what.c_str());
+    if (report) {
+        Kora::Place place;
+        if (line > 0) place.line = static_cast<uint64_t>(line);
+        report->diagnostics.push_back({code, Kora::Severity::kError, place, what});
+    }
+    return es;
+}
+
 Kora::ErrorStatus readDxf(TagReader& in, KoDbDatabase& target, const KoString& name, KoString* message,
                           KoDbDxfReadReport* report)
 {
-    if (target.openObjectCount() > 0) {
-        if (message) *message = KoString::format(L"%s: the drawing has open objects and cannot be replaced.", name.c_str());
-        return Kora::eInvalidOpenState;
-    }
+    if (target.openObjectCount() > 0)
+        return failed(Kora::eInvalidOpenState, ReadCode::kDrawingBusy, -1,
+                      "the drawing has open objects and cannot be replaced.", name, message, report);
     KoDbDxfReadReport localReport;
     KoDbDxfReadReport& rep = report ? *report : localReport;
-    rep = {};
     // Read into a fresh database so that a failure leaves the target whole.
     KoDbDatabase fresh(false);
     try {
         Reader reader(in, fresh, rep);
         reader.run();
     } catch (const ParseError& e) {
-        if (message) *message = KoString::format(L"%s, line %ld: %hs", name.c_str(), e.line, e.message.c_str());
-        return Kora::eBadDxfFile;
+        return failed(Kora::eBadDxfFile, e.code, e.line, e.message, name, message, report);
     } catch (const std::bad_alloc&) {
-        if (message) *message = KoString::format(L"%s: out of memory while reading.", name.c_str());
-        return Kora::eOutOfMemory;
+        return failed(Kora::eOutOfMemory, ReadCode::kOutOfMemory, -1, "out of memory while reading.", name, message, report);
     } catch (const std::exception& e) {
-        if (message) *message = KoString::format(L"%s, line %ld: %hs", name.c_str(), in.line(), e.what());
-        return Kora::eBadDxfFile;
+        return failed(Kora::eBadDxfFile, ReadCode::kBadValue, in.line(), e.what(), name, message, report);
     }
     KoDbAccess::swap(target, fresh);
     KoDbAccess::impl(target).filename = name;
     return Kora::eOk;
 }
 
-}  // namespace Kora::Dxf
-
-namespace {
-
 // A binary DXF file opens with a one-line signature ending in these bytes.
 constexpr std::string_view kBinarySignatureEnd("Binary DXF\r\n\x1a\0", 14);
 
-bool refuse(std::string_view head, const KoString& name, KoString* message, Kora::ErrorStatus& es)
+// Files of a kind the reader does not take are refused before reading.
+bool refuse(std::string_view head, const KoString& name, KoString* message, KoDbDxfReadReport* report,
+            Kora::ErrorStatus& es)
 {
     if (head.empty()) {
-        if (message) *message = KoString::format(L"%s: the file is empty.", name.c_str());
-        es = Kora::eBadDxfFile;
+        es = failed(Kora::eBadDxfFile, ReadCode::kEmptyFile, -1, "the file is empty.", name, message, report);
         return true;
     }
     const size_t signatureEnd = head.substr(0, 32).find(kBinarySignatureEnd);
     if (signatureEnd != std::string_view::npos && head.substr(0, signatureEnd).find('\n') == std::string_view::npos) {
-        if (message) *message = KoString::format(L"%s, line 1: binary DXF files are not supported; save it as ASCII DXF.", name.c_str());
-        es = Kora::eUnsupportedFileFormat;
+        es = failed(Kora::eUnsupportedFileFormat, ReadCode::kBinaryFile, 1,
+                    "binary DXF files are not supported; save it as ASCII DXF.", name, message, report);
         return true;
     }
     return false;
 }
 
-}  // namespace
+}  // namespace Kora::Dxf
 
 Kora::ErrorStatus kodbReadDxf(KoDbDatabase& database, std::string_view bytes, const KoString& name, KoString* message,
                               KoDbDxfReadReport* report)
 {
+    if (report) *report = {};
     Kora::ErrorStatus es;
-    if (refuse(bytes.substr(0, 64), name, message, es)) return es;
+    if (Kora::Dxf::refuse(bytes.substr(0, 64), name, message, report, es)) return es;
     Kora::Dxf::TagReader in(bytes);
     return Kora::Dxf::readDxf(in, database, name, message, report);
 }
@@ -1710,16 +1730,18 @@ Kora::ErrorStatus kodbReadDxf(KoDbDatabase& database, std::string_view bytes, co
 Kora::ErrorStatus kodbReadDxfFile(KoDbDatabase& database, const KoString& path, KoString* message,
                                   KoDbDxfReadReport* report)
 {
+    using Kora::Dxf::ReadCode;
+    if (report) *report = {};
     Kora::Dxf::File f(std::fopen(path.toUtf8().c_str(), "rb"));
     if (!f) {
         const int err = errno;
-        if (message) *message = KoString::format(L"%s: %hs", path.c_str(), std::strerror(err));
-        return err == ENOENT ? Kora::eFileNotFound : Kora::eFileAccessErr;
+        return Kora::Dxf::failed(err == ENOENT ? Kora::eFileNotFound : Kora::eFileAccessErr, ReadCode::kCannotOpen, -1,
+                                 std::strerror(err), path, message, report);
     }
     char head[64];
     const size_t n = std::fread(head, 1, sizeof head, f.get());
     Kora::ErrorStatus es;
-    if (refuse(std::string_view(head, n), path, message, es)) return es;
+    if (Kora::Dxf::refuse(std::string_view(head, n), path, message, report, es)) return es;
     std::rewind(f.get());
     Kora::Dxf::TagReader in(std::move(f));
     return Kora::Dxf::readDxf(in, database, path, message, report);

@@ -86,6 +86,7 @@ bool TagReader::next(int& code, std::string_view& value)
     }
     if (!readLine(value)) {
         m_error = "the file ends after group code " + std::to_string(code) + " without its value";
+        m_errorCode = ReadCode::kTruncated;
         return false;
     }
     m_lastCode = code;

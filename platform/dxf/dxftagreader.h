@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "kora/dxf/dxf.h"
+
 namespace Kora::Dxf {
 
 struct FileCloser {
@@ -29,6 +31,7 @@ public:
     // Line of the group code of the tag just read.
     long line() const { return m_tagLine; }
     const std::string& error() const { return m_error; }
+    ReadCode errorCode() const { return m_errorCode; }
     // True when the input ended cleanly between tags.
     bool atEnd() const { return m_atEnd; }
 
@@ -44,6 +47,7 @@ private:
     long m_line = 0, m_tagLine = 0;
     bool m_atEnd = false;
     std::string m_error;
+    ReadCode m_errorCode = ReadCode::kMalformedTag;
 
     bool m_pushedBack = false;
     int m_lastCode = 0;
