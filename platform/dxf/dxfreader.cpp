@@ -3,6 +3,7 @@
 // turns it into a database object; what no property models is kept as
 // tags on the object and written back.
 
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -13,6 +14,7 @@
 
 #include "dbimpl.h"
 #include "dxfcodes.h"
+#include "dxfentitykinds.h"
 #include "dxftagreader.h"
 #include "kora/dxf/dxf.h"
 #include "kora/db/underlay.h"
@@ -218,6 +220,7 @@ private:
 
     void tableRecord(const Record& r, KoDbSymbolTable* table);
     void entity(Record& r, KoDbBlockTableRecord* block);
+    std::unique_ptr<KoDbEntity> fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved);
     std::unique_ptr<KoDbEntity> knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs);
     std::unique_ptr<KoDbEntity> hatch(const Record& r, Common& c, KoDbDxfTags& preserved);
     void object(const Record& r);
@@ -951,11 +954,58 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
     block->attachEntity(placed->objectId());
 }
 
+// An entity of a kind described by its fields; null when a value does not
+// fit the model or a required one is missing.
+std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved)
+{
+    std::unique_ptr<KoDbEntity> e(kind.make());
+    // Points are gathered whole before they are set, so that no half-read
+    // vector is ever offered to the model.
+    struct Pending {
+        const EntityField* field;
+        KoGePoint3d value;
+    };
+    std::array<Pending, 8> points;
+    size_t pointCount = 0;
+    int missing = 0;  // required fields not met yet
+    for (const EntitySubclass& s : kind.subclasses)
+        for (const EntityField& f : s.fields) {
+            if (f.isPoint() && pointCount < points.size()) points[pointCount++] = {&f, f.point(*e)};
+            if (f.required) ++missing;
+        }
+    bool ok = true;
+    for (const BodyTag& b : c.body) {
+        const RTag& t = *b.tag;
+        if (t.code == 100 && kind.isMarker(t.value)) continue;
+        const EntityField* field = nullptr;
+        for (const EntitySubclass& s : kind.subclasses)
+            for (const EntityField& f : s.fields)
+                if (!field && f.takes(t.code)) field = &f;
+        if (!field) {
+            if (!takeCommon(c, t)) preserve(preserved, b);
+            continue;
+        }
+        if (field->isPoint()) {
+            for (size_t i = 0; i < pointCount; ++i)
+                if (points[i].field == field) point(t, points[i].value, field->code);
+            continue;
+        }
+        double v = field->type == FieldType::Int ? integer(t) : dbl(t);
+        if (field->type == FieldType::Angle) v *= kDegToRad;
+        ok = ok && field->setNumber(*e, v) == Kora::eOk;
+        if (field->required) --missing;
+    }
+    for (size_t i = 0; i < pointCount; ++i) ok = ok && points[i].field->setPoint(*e, points[i].value) == Kora::eOk;
+    if (!ok || missing > 0) return nullptr;
+    return e;
+}
+
 // Fills the entity a record describes, or answers null when its kind is
 // unknown or its data does not fit the model (it is then kept whole).
 std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs)
 {
     const std::string& n = r.name;
+    if (const EntityKind* kind = entityKind(n); kind && kind->hasFields()) return fieldEntity(*kind, c, preserved);
     // None of the modelled kinds uses the common property codes in its own
     // subclass, so such codes found there are taken as the properties.
     auto keep = [&](const BodyTag& b) {
@@ -972,45 +1022,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
     KoGePoint3d p10, p11, p12;
     KoGeVector3d normal = KoGeVector3d::kZAxis();
 
-    if (n == "LINE") {
-        auto e = std::make_unique<KoDbLine>();
-        double thickness = 0;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbLine"}) || point(t, p10, 10) || point(t, p11, 11) || vec(t, normal, 210)) continue;
-            if (t.code == 39) thickness = dbl(t);
-            else keep(b);
-        }
-        e->setStartPoint(p10);
-        e->setEndPoint(p11);
-        e->setThickness(thickness);
-        e->setNormal(normal);
-        return e;
-    }
-    if (n == "CIRCLE" || n == "ARC") {
-        double radius = 0, thickness = 0, start = 0, end = 360;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbCircle", "AcDbArc"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 40: radius = dbl(t); break;
-            case 39: thickness = dbl(t); break;
-            case 50: start = dbl(t); break;
-            case 51: end = dbl(t); break;
-            default: keep(b);
-            }
-        }
-        if (!(radius > 0.0)) return nullptr;
-        if (n == "CIRCLE") {
-            auto e = std::make_unique<KoDbCircle>(p10, normal, radius);
-            e->setThickness(thickness);
-            return e;
-        }
-        auto e = std::make_unique<KoDbArc>(p10, radius, start * kDegToRad, end * kDegToRad);
-        e->setNormal(normal);
-        e->setThickness(thickness);
-        return e;
-    }
     if (n == "ELLIPSE") {
         double ratio = 1, start = 0, end = 2 * std::numbers::pi;
         KoGeVector3d major;
@@ -1135,19 +1146,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         if (!ok) {
             return nullptr;
         }
-        return e;
-    }
-    if (n == "POINT") {
-        auto e = std::make_unique<KoDbPoint>();
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbPoint"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            if (t.code == 39) e->setThickness(dbl(t));
-            else if (t.code == 50) e->setEcsRotation(dbl(t) * kDegToRad);
-            else keep(b);
-        }
-        e->setPosition(p10);
-        e->setNormal(normal);
         return e;
     }
     if (n == "TEXT") {

@@ -1,0 +1,131 @@
+#include "dxfentitykinds.h"
+
+#include <array>
+#include <numbers>
+#include <type_traits>
+
+#include "kora/db/underlay.h"
+
+namespace Kora::Dxf {
+
+namespace {
+
+template <class E, auto Get, auto Set>
+constexpr EntityField number(int code, FieldType type, bool always = false, bool required = false)
+{
+    return {code,
+            type,
+            always,
+            required,
+            [](const KoDbEntity& e) -> double { return (static_cast<const E&>(e).*Get)(); },
+            [](KoDbEntity& e, double v) { return (static_cast<E&>(e).*Set)(v); },
+            nullptr,
+            nullptr};
+}
+
+template <class E, auto Get, auto Set>
+constexpr EntityField point(int code, FieldType type = FieldType::Point)
+{
+    using Value = std::remove_cvref_t<decltype((std::declval<const E&>().*Get)())>;
+    return {code,
+            type,
+            type == FieldType::Point,
+            false,
+            nullptr,
+            nullptr,
+            [](const KoDbEntity& e) {
+                const Value& v = (static_cast<const E&>(e).*Get)();
+                return KoGePoint3d(v.x, v.y, v.z);
+            },
+            [](KoDbEntity& e, const KoGePoint3d& p) { return (static_cast<E&>(e).*Set)(Value {p.x, p.y, p.z}); }};
+}
+
+template <class E>
+bool is(const KoDbEntity* e)
+{
+    return E::cast(e) != nullptr;
+}
+
+template <class E>
+KoDbEntity* make()
+{
+    return new E;
+}
+
+constexpr std::array kLineFields {
+    number<KoDbLine, &KoDbLine::thickness, &KoDbLine::setThickness>(39, FieldType::Real),
+    point<KoDbLine, &KoDbLine::startPoint, &KoDbLine::setStartPoint>(10),
+    point<KoDbLine, &KoDbLine::endPoint, &KoDbLine::setEndPoint>(11),
+    point<KoDbLine, &KoDbLine::normal, &KoDbLine::setNormal>(210, FieldType::Normal),
+};
+constexpr std::array kLine {EntitySubclass {"AcDbLine", kLineFields}};
+
+// Circles and arcs share the circle's subclass; a radius is required.
+template <class E>
+constexpr std::array kCircleFields {
+    number<E, &E::thickness, &E::setThickness>(39, FieldType::Real),
+    point<E, &E::center, &E::setCenter>(10),
+    number<E, &E::radius, &E::setRadius>(40, FieldType::Real, true, true),
+    point<E, &E::normal, &E::setNormal>(210, FieldType::Normal),
+};
+constexpr std::array kCircle {EntitySubclass {"AcDbCircle", kCircleFields<KoDbCircle>}};
+
+constexpr std::array kArcFields {
+    number<KoDbArc, &KoDbArc::startAngle, &KoDbArc::setStartAngle>(50, FieldType::Angle, true),
+    number<KoDbArc, &KoDbArc::endAngle, &KoDbArc::setEndAngle>(51, FieldType::Angle, true),
+};
+constexpr std::array kArc {EntitySubclass {"AcDbCircle", kCircleFields<KoDbArc>}, EntitySubclass {"AcDbArc", kArcFields}};
+
+constexpr std::array kPointFields {
+    point<KoDbPoint, &KoDbPoint::position, &KoDbPoint::setPosition>(10),
+    number<KoDbPoint, &KoDbPoint::thickness, &KoDbPoint::setThickness>(39, FieldType::Real),
+    point<KoDbPoint, &KoDbPoint::normal, &KoDbPoint::setNormal>(210, FieldType::Normal),
+    number<KoDbPoint, &KoDbPoint::ecsRotation, &KoDbPoint::setEcsRotation>(50, FieldType::Angle),
+};
+constexpr std::array kPoint {EntitySubclass {"AcDbPoint", kPointFields}};
+
+// An arc read without its angles is a whole circle's.
+KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
+
+// In the order an entity is matched: subclasses before their bases.
+const EntityKind kKinds[] = {
+    {"LINE", is<KoDbLine>, kLine, make<KoDbLine>},
+    {"ARC", is<KoDbArc>, kArc, makeArc},
+    {"CIRCLE", is<KoDbCircle>, kCircle, make<KoDbCircle>},
+    {"ELLIPSE", is<KoDbEllipse>, {}, nullptr},
+    {"LWPOLYLINE", is<KoDbPolyline>, {}, nullptr},
+    {"POLYLINE", is<KoDb3dPolyline>, {}, nullptr},
+    {"SPLINE", is<KoDbSpline>, {}, nullptr},
+    {"POINT", is<KoDbPoint>, kPoint, make<KoDbPoint>},
+    {"TEXT", is<KoDbText>, {}, nullptr},
+    {"MTEXT", is<KoDbMText>, {}, nullptr},
+    {"INSERT", is<KoDbBlockReference>, {}, nullptr},
+    {"HATCH", is<KoDbHatch>, {}, nullptr},
+    {"VIEWPORT", is<KoDbViewport>, {}, nullptr},
+    {"DGNUNDERLAY", is<KoDbDgnReference>, {}, nullptr},
+};
+
+}  // namespace
+
+bool EntityKind::isMarker(std::string_view name) const
+{
+    for (const EntitySubclass& s : subclasses)
+        if (s.marker == name) return true;
+    return false;
+}
+
+const EntityKind* entityKind(std::string_view dxfName)
+{
+    for (const EntityKind& k : kKinds)
+        if (k.dxfName == dxfName) return &k;
+    return nullptr;
+}
+
+const EntityKind* entityKind(const KoDbEntity* entity)
+{
+    for (const EntityKind& k : kKinds)
+        if (k.is(entity)) return &k;
+    return nullptr;
+}
+
+}  // namespace Kora::Dxf
