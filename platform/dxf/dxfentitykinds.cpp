@@ -24,20 +24,38 @@ constexpr EntityField number(int code, FieldType type, bool always = false, bool
 }
 
 template <class E, auto Get, auto Set>
+constexpr EntityField integer(int code, bool always = false)
+{
+    return {code,
+            FieldType::Int,
+            always,
+            false,
+            [](const KoDbEntity& e) -> double { return (static_cast<const E&>(e).*Get)(); },
+            [](KoDbEntity& e, double v) { return (static_cast<E&>(e).*Set)(static_cast<int>(v)); },
+            nullptr,
+            nullptr};
+}
+
+template <class E, auto Get, auto Set>
 constexpr EntityField point(int code, FieldType type = FieldType::Point)
 {
     using Value = std::remove_cvref_t<decltype((std::declval<const E&>().*Get)())>;
+    constexpr bool flat = std::is_same_v<Value, KoGePoint2d>;
     return {code,
-            type,
+            flat ? FieldType::Point2 : type,
             type == FieldType::Point,
             false,
             nullptr,
             nullptr,
             [](const KoDbEntity& e) {
                 const Value& v = (static_cast<const E&>(e).*Get)();
-                return KoGePoint3d(v.x, v.y, v.z);
+                if constexpr (flat) return KoGePoint3d(v.x, v.y, 0.0);
+                else return KoGePoint3d(v.x, v.y, v.z);
             },
-            [](KoDbEntity& e, const KoGePoint3d& p) { return (static_cast<E&>(e).*Set)(Value {p.x, p.y, p.z}); }};
+            [](KoDbEntity& e, const KoGePoint3d& p) {
+                if constexpr (flat) return (static_cast<E&>(e).*Set)(Value {p.x, p.y});
+                else return (static_cast<E&>(e).*Set)(Value {p.x, p.y, p.z});
+            }};
 }
 
 template <class E>
@@ -84,6 +102,22 @@ constexpr std::array kPointFields {
 };
 constexpr std::array kPoint {EntitySubclass {"AcDbPoint", kPointFields}};
 
+constexpr std::array kViewportFields {
+    point<KoDbViewport, &KoDbViewport::centerPoint, &KoDbViewport::setCenterPoint>(10),
+    number<KoDbViewport, &KoDbViewport::width, &KoDbViewport::setWidth>(40, FieldType::Real, true),
+    number<KoDbViewport, &KoDbViewport::height, &KoDbViewport::setHeight>(41, FieldType::Real, true),
+    integer<KoDbViewport, &KoDbViewport::status, &KoDbViewport::setStatus>(68, true),
+    integer<KoDbViewport, &KoDbViewport::number, &KoDbViewport::setNumber>(69, true),
+    point<KoDbViewport, &KoDbViewport::viewCenter, &KoDbViewport::setViewCenter>(12),
+    point<KoDbViewport, &KoDbViewport::viewDirection, &KoDbViewport::setViewDirection>(16),
+    point<KoDbViewport, &KoDbViewport::viewTarget, &KoDbViewport::setViewTarget>(17),
+    number<KoDbViewport, &KoDbViewport::lensLength, &KoDbViewport::setLensLength>(42, FieldType::Real, true),
+    number<KoDbViewport, &KoDbViewport::viewHeight, &KoDbViewport::setViewHeight>(45, FieldType::Real, true),
+    number<KoDbViewport, &KoDbViewport::twistAngle, &KoDbViewport::setTwistAngle>(51, FieldType::Angle, true),
+    integer<KoDbViewport, &KoDbViewport::statusFlags, &KoDbViewport::setStatusFlags>(90, true),
+};
+constexpr std::array kViewport {EntitySubclass {"AcDbViewport", kViewportFields}};
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -101,7 +135,7 @@ const EntityKind kKinds[] = {
     {"MTEXT", is<KoDbMText>, {}, nullptr},
     {"INSERT", is<KoDbBlockReference>, {}, nullptr},
     {"HATCH", is<KoDbHatch>, {}, nullptr},
-    {"VIEWPORT", is<KoDbViewport>, {}, nullptr},
+    {"VIEWPORT", is<KoDbViewport>, kViewport, make<KoDbViewport>},
     {"DGNUNDERLAY", is<KoDbDgnReference>, {}, nullptr},
 };
 

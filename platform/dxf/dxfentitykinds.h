@@ -18,6 +18,7 @@ enum class FieldType : unsigned char {
     Angle,   // degrees in files, radians in the model
     Int,
     Point,   // x at the code, y at code + 10, z at code + 20
+    Point2,  // x at the code, y at code + 10
     Normal,  // a point-like vector, left out at the Z axis
 };
 
@@ -33,9 +34,12 @@ struct EntityField {
     KoGePoint3d (*point)(const KoDbEntity&);
     Kora::ErrorStatus (*setPoint)(KoDbEntity&, const KoGePoint3d&);
 
-    bool isPoint() const { return type == FieldType::Point || type == FieldType::Normal; }
+    bool isPoint() const { return type == FieldType::Point || type == FieldType::Point2 || type == FieldType::Normal; }
     // Whether a group code is this field's (any coordinate of a point).
-    bool takes(int c) const { return c == code || (isPoint() && (c == code + 10 || c == code + 20)); }
+    bool takes(int c) const
+    {
+        return c == code || (isPoint() && (c == code + 10 || (c == code + 20 && type != FieldType::Point2)));
+    }
 };
 
 struct EntitySubclass {

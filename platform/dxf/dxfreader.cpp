@@ -1250,37 +1250,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         return e;
     }
     if (n == "HATCH") return hatch(r, c, preserved);
-    if (n == "VIEWPORT") {
-        auto e = std::make_unique<KoDbViewport>();
-        KoGePoint3d viewCenter, target;
-        KoGeVector3d direction = KoGeVector3d::kZAxis();
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbViewport"}) || point(t, p10, 10) || vec(t, direction, 16) || point(t, target, 17))
-                continue;
-            switch (t.code) {
-            case 12: viewCenter.x = dbl(t); break;
-            case 22: viewCenter.y = dbl(t); break;
-            case 40: check(e->setWidth(dbl(t))); break;
-            case 41: check(e->setHeight(dbl(t))); break;
-            case 68: check(e->setStatus(integer(t))); break;
-            case 69: check(e->setNumber(integer(t))); break;
-            case 42: check(e->setLensLength(dbl(t))); break;
-            case 45: check(e->setViewHeight(dbl(t))); break;
-            case 51: check(e->setTwistAngle(dbl(t) * kDegToRad)); break;
-            case 90: check(e->setStatusFlags(integer(t))); break;
-            default: keep(b);
-            }
-        }
-        e->setCenterPoint(p10);
-        e->setViewCenter({viewCenter.x, viewCenter.y});
-        e->setViewTarget(target);
-        check(e->setViewDirection(direction));
-        if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
     if (n == "DGNUNDERLAY") {
         auto e = std::make_unique<KoDbDgnReference>();
         KoGeScale3d scale;

@@ -666,20 +666,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
         return;
     } else if (const auto* h = KoDbHatch::cast(e)) {
         hatch(h);
-    } else if (const auto* v = KoDbViewport::cast(e)) {
-        subclass("AcDbViewport");
-        point(10, v->centerPoint());
-        real(40, v->width());
-        real(41, v->height());
-        tag(68, v->status());
-        tag(69, v->number());
-        point2(12, v->viewCenter());
-        point(16, v->viewDirection());
-        point(17, v->viewTarget());
-        real(42, v->lensLength());
-        real(45, v->viewHeight());
-        real(51, v->twistAngle() * kRadToDeg);
-        tag(90, v->statusFlags());
     } else if (const auto* u = KoDbUnderlayReference::cast(e)) {
         subclass("AcDbUnderlayReference");
         ref(340, u->definitionId());
@@ -724,7 +710,8 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
         for (const EntityField& f : s.fields) {
             if (f.isPoint()) {
                 const KoGePoint3d p = f.point(*e);
-                if (f.always || p != KoGePoint3d(0, 0, 1)) point(f.code, p);
+                if (f.type == FieldType::Point2) point2(f.code, {p.x, p.y});
+                else if (f.always || p != KoGePoint3d(0, 0, 1)) point(f.code, p);
                 continue;
             }
             const double v = f.number(*e);
