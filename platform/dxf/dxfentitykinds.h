@@ -20,19 +20,27 @@ enum class FieldType : unsigned char {
     Point,   // x at the code, y at code + 10, z at code + 20
     Point2,  // x at the code, y at code + 10
     Normal,  // a point-like vector, left out at the Z axis
+    Text,
 };
 
 struct EntityField {
-    int code;
-    FieldType type;
-    // Written even at its default (0; a point always is); when required,
-    // a record without it does not fit the model and is kept whole.
-    bool always;
-    bool required;
-    double (*number)(const KoDbEntity&);
-    Kora::ErrorStatus (*setNumber)(KoDbEntity&, double);
-    KoGePoint3d (*point)(const KoDbEntity&);
-    Kora::ErrorStatus (*setPoint)(KoDbEntity&, const KoGePoint3d&);
+    int code = 0;
+    FieldType type = FieldType::Real;
+    // Written when `always`, or when the value is not the usual one (a
+    // number's `usual`, text other than `usualText` in any case, a normal
+    // off the Z axis); also only where `written` (if given) says so. When
+    // required, a record without it does not fit the model and is kept whole.
+    bool always = false;
+    bool required = false;
+    double usual = 0.0;
+    const wchar_t* usualText = nullptr;
+    bool (*written)(const KoDbEntity&) = nullptr;
+    double (*number)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setNumber)(KoDbEntity&, double) = nullptr;
+    KoGePoint3d (*point)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setPoint)(KoDbEntity&, const KoGePoint3d&) = nullptr;
+    KoString (*text)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setText)(KoDbEntity&, const KoString&) = nullptr;
 
     bool isPoint() const { return type == FieldType::Point || type == FieldType::Point2 || type == FieldType::Normal; }
     // Whether a group code is this field's (any coordinate of a point).

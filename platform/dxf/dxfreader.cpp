@@ -964,13 +964,14 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     struct Pending {
         const EntityField* field;
         KoGePoint3d value;
+        bool seen;
     };
     std::array<Pending, 8> points;
     size_t pointCount = 0;
     int missing = 0;  // required fields not met yet
     for (const EntitySubclass& s : kind.subclasses)
         for (const EntityField& f : s.fields) {
-            if (f.isPoint() && pointCount < points.size()) points[pointCount++] = {&f, f.point(*e)};
+            if (f.isPoint() && pointCount < points.size()) points[pointCount++] = {&f, f.point(*e), false};
             if (f.required) ++missing;
         }
     bool ok = true;
@@ -985,17 +986,22 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             if (!takeCommon(c, t)) preserve(preserved, b);
             continue;
         }
+        if (field->required) --missing;
         if (field->isPoint()) {
             for (size_t i = 0; i < pointCount; ++i)
-                if (points[i].field == field) point(t, points[i].value, field->code);
+                if (points[i].field == field) points[i].seen = point(t, points[i].value, field->code);
+            continue;
+        }
+        if (field->type == FieldType::Text) {
+            ok = ok && field->setText(*e, wide(t.value)) == Kora::eOk;
             continue;
         }
         double v = field->type == FieldType::Int ? integer(t) : dbl(t);
         if (field->type == FieldType::Angle) v *= kDegToRad;
         ok = ok && field->setNumber(*e, v) == Kora::eOk;
-        if (field->required) --missing;
     }
-    for (size_t i = 0; i < pointCount; ++i) ok = ok && points[i].field->setPoint(*e, points[i].value) == Kora::eOk;
+    for (size_t i = 0; i < pointCount; ++i)
+        if (points[i].seen) ok = ok && points[i].field->setPoint(*e, points[i].value) == Kora::eOk;
     if (!ok || missing > 0) return nullptr;
     return e;
 }
@@ -1143,38 +1149,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         check(e->setFitPoints(std::move(fits)));
         check(e->setFitTangents(startTangent, endTangent));
         if (hasNormal) check(e->setNormal(splineNormal));
-        if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
-    if (n == "TEXT") {
-        auto e = std::make_unique<KoDbText>();
-        bool hasAlign = false;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbText"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            if (point(t, p11, 11)) {
-                hasAlign = true;
-                continue;
-            }
-            switch (t.code) {
-            case 1: check(e->setTextString(wide(t.value))); break;
-            case 7: check(e->setTextStyleName(wide(t.value))); break;
-            case 39: check(e->setThickness(dbl(t))); break;
-            case 40: check(e->setHeight(dbl(t))); break;
-            case 41: check(e->setWidthFactor(dbl(t))); break;
-            case 50: check(e->setRotation(dbl(t) * kDegToRad)); break;
-            case 51: check(e->setOblique(dbl(t) * kDegToRad)); break;
-            case 71: check(e->setGenerationFlags(integer(t))); break;
-            case 72: check(e->setHorizontalMode(static_cast<KoDbText::TextHorzMode>(std::clamp(integer(t), 0, 5)))); break;
-            case 73: check(e->setVerticalMode(static_cast<KoDbText::TextVertMode>(std::clamp(integer(t), 0, 3)))); break;
-            default: keep(b);
-            }
-        }
-        e->setPosition(p10);
-        if (hasAlign) e->setAlignmentPoint(p11);
-        e->setNormal(normal);
         if (!ok) {
             return nullptr;
         }

@@ -605,24 +605,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
         for (double w : s->weights()) real(41, w);
         for (const auto& p : s->controlPoints()) point(10, p);
         for (const auto& p : s->fitPoints()) point(11, p);
-    } else if (const auto* t = KoDbText::cast(e)) {
-        subclass("AcDbText");
-        if (t->thickness() != 0.0) real(39, t->thickness());
-        point(10, t->position());
-        real(40, t->height());
-        tag(1, t->textString());
-        if (t->rotation() != 0.0) real(50, t->rotation() * kRadToDeg);
-        if (t->widthFactor() != 1.0) real(41, t->widthFactor());
-        if (t->oblique() != 0.0) real(51, t->oblique() * kRadToDeg);
-        if (!t->textStyleName().equalsNoCase(L"Standard")) tag(7, t->textStyleName());
-        if (t->generationFlags() != 0) tag(71, t->generationFlags());
-        if (t->horizontalMode() != KoDbText::kTextLeft) tag(72, t->horizontalMode());
-        if (t->horizontalMode() != KoDbText::kTextLeft || t->verticalMode() != KoDbText::kTextBase)
-            point(11, t->alignmentPoint());
-        normal(t->normal());
-        keptOfCurrent();
-        subclass("AcDbText");
-        if (t->verticalMode() != KoDbText::kTextBase) tag(73, t->verticalMode());
     } else if (const auto* m = KoDbMText::cast(e)) {
         subclass("AcDbMText");
         point(10, m->location());
@@ -708,16 +690,20 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
         if (&s != &kind.subclasses.front()) keptOfCurrent();
         subclass(s.marker);
         for (const EntityField& f : s.fields) {
+            if (f.written && !f.written(*e)) continue;
             if (f.isPoint()) {
                 const KoGePoint3d p = f.point(*e);
                 if (f.type == FieldType::Point2) point2(f.code, {p.x, p.y});
                 else if (f.always || p != KoGePoint3d(0, 0, 1)) point(f.code, p);
-                continue;
+            } else if (f.type == FieldType::Text) {
+                const KoString v = f.text(*e);
+                if (f.always || !v.equalsNoCase(f.usualText)) tag(f.code, v);
+            } else {
+                const double v = f.number(*e);
+                if (!f.always && v == f.usual) continue;
+                if (f.type == FieldType::Int) tag(f.code, static_cast<int>(v));
+                else real(f.code, f.type == FieldType::Angle ? v * kRadToDeg : v);
             }
-            const double v = f.number(*e);
-            if (!f.always && v == 0.0) continue;
-            if (f.type == FieldType::Int) tag(f.code, static_cast<int>(v));
-            else real(f.code, f.type == FieldType::Angle ? v * kRadToDeg : v);
         }
     }
 }
