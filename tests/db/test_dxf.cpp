@@ -928,3 +928,37 @@ TEST(KoDbDxf, RegressionPaddedNumberInKeptTag)
     KoDbDatabase again(false);
     EXPECT_EQ(kodbReadDxf(again, out, L"rewritten.dxf", &message), Kora::eOk) << message.toUtf8();
 }
+
+TEST(KoDbDxf, EntityFieldsThatDoNotFitTheModel)
+{
+    std::string text = smallDrawing();
+    const std::string extra =
+        // No radius: a circle the model cannot hold, kept whole.
+        "  0\nCIRCLE\n  5\nFFF0\n100\nAcDbEntity\n  8\n0\n100\nAcDbCircle\n 10\n3.0\n 20\n4.0\n 30\n0.0\n"
+        // A justification past the last one, taken as the last (fit).
+        "  0\nTEXT\n  5\nFFF1\n100\nAcDbEntity\n  8\n0\n100\nAcDbText\n 10\n1.0\n 20\n1.0\n 30\n0.0\n 40\n2.5\n"
+        "  1\nfit\n 72\n9\n 11\n9.0\n 21\n1.0\n 31\n0.0\n100\nAcDbText\n"
+        // A code the line's subclass does not model, kept in its place.
+        "  0\nLINE\n  5\nFFF2\n100\nAcDbEntity\n  8\n0\n100\nAcDbLine\n 10\n0.0\n 20\n0.0\n 30\n0.0\n"
+        " 11\n5.0\n 21\n0.0\n 31\n0.0\n 91\n42\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"fields.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities.size(), 1u);
+    EXPECT_EQ(report.unknownEntities["CIRCLE"], 1);
+
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    const auto record = [&](const std::string& handle) {
+        const size_t at = out.find("  5\n" + handle + "\n");
+        EXPECT_NE(at, std::string::npos) << handle;
+        return at == std::string::npos ? std::string() : out.substr(at, out.find("  0\n", at) - at);
+    };
+    EXPECT_NE(record("FFF0").find(" 10\n3.0\n 20\n4.0\n"), std::string::npos) << record("FFF0");
+    const std::string fit = record("FFF1");
+    EXPECT_NE(fit.find(" 72\n5\n 11\n9.0\n"), std::string::npos) << fit;
+    const std::string line = record("FFF2");
+    EXPECT_NE(line.find(" 91\n42\n"), std::string::npos) << line;
+}
