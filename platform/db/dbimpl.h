@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "kora/db/database.h"
+#include "kora/db/dictionary.h"
 #include "kora/db/entities.h"
+#include "kora/db/symboltables.h"
 
 // First line of every setter: objects change only while open for write
 // (or before they join a database).
@@ -85,6 +87,17 @@ struct KORA_API KoDbAccess {
     static void addUnnumbered(KoDbDatabase& db, KoDbObject* o, KoDbStub* owner);
     static void numberStub(KoDbDatabase& db, KoDbStub* stub);
     static void appended(KoDbEntity* e) { e->subAppended(); }
+    // Puts a record placed by a file reader at the end of its table.
+    static void appendRecord(KoDbSymbolTable& table, KoDbObjectId record)
+    {
+        table.m_records.push_back(record);
+        table.m_indexValid = false;
+    }
+    // Drops the entries whose object never came; returns how many.
+    static size_t dropEntriesWithoutObjects(KoDbDictionary& dictionary)
+    {
+        return std::erase_if(dictionary.m_entries, [](const KoDbDictionary::Entry& e) { return !e.id.stub()->object; });
+    }
     static void swap(KoDbDatabase& a, KoDbDatabase& b);
 };
 

@@ -3,6 +3,7 @@
 // turns it into a database object; what no property models is kept as
 // tags on the object and written back.
 
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -13,7 +14,7 @@
 
 #include "dbimpl.h"
 #include "dxfcodes.h"
-#include "dxfopen.h"
+#include "dxfentitykinds.h"
 #include "dxftagreader.h"
 #include "kora/dxf/dxf.h"
 #include "kora/db/underlay.h"
@@ -71,6 +72,7 @@ private:
 
 class ParseError {
 public:
+    ReadCode code;
     long line;
     std::string message;
 };
@@ -90,11 +92,21 @@ public:
 
 private:
     // ---- input ----
-    [[noreturn]] void fail(long line, std::string message) { throw ParseError {line, std::move(message)}; }
+    [[noreturn]] void fail(ReadCode code, long line, std::string message)
+    {
+        throw ParseError {code, line, std::move(message)};
+    }
     [[noreturn]] void failInput()
     {
-        if (!m_in.error().empty()) fail(m_in.line(), m_in.error());
-        fail(m_in.line(), "the file ends unexpectedly (it may be truncated)");
+        if (!m_in.error().empty()) fail(m_in.errorCode(), m_in.line(), m_in.error());
+        fail(ReadCode::kTruncated, m_in.line(), "the file ends unexpectedly (it may be truncated)");
+    }
+    // A repair made while reading.
+    void repaired(ReadCode code, long line, std::string message)
+    {
+        Kora::Place place;
+        if (line > 0) place.line = static_cast<uint64_t>(line);
+        m_report.diagnostics.push_back({code, Kora::Severity::kRepaired, place, std::move(message)});
     }
     bool nextTag(int& code, std::string_view& value)
     {
@@ -120,8 +132,8 @@ private:
     double dbl(const RTag& t)
     {
         double d;
-        if (!parseDouble(t.value, d)) fail(t.line, "\"" + t.value.substr(0, 40) + "\" is not a number (group " + std::to_string(t.code) + ")");
-        if (!std::isfinite(d)) fail(t.line, "the number \"" + t.value.substr(0, 40) + "\" is out of range");
+        if (!parseDouble(t.value, d)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not a number (group " + std::to_string(t.code) + ")");
+        if (!std::isfinite(d)) fail(ReadCode::kBadValue, t.line, "the number \"" + t.value.substr(0, 40) + "\" is out of range");
         return d;
     }
     // A coordinate of a point (or vector) whose x has group `base`, y
@@ -144,15 +156,15 @@ private:
     int integer(const RTag& t)
     {
         int64_t i;
-        if (!parseInt(t.value, i)) fail(t.line, "\"" + t.value.substr(0, 40) + "\" is not an integer (group " + std::to_string(t.code) + ")");
-        if (i < INT32_MIN || i > INT32_MAX) fail(t.line, "the integer " + t.value.substr(0, 40) + " is out of range");
+        if (!parseInt(t.value, i)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not an integer (group " + std::to_string(t.code) + ")");
+        if (i < INT32_MIN || i > INT32_MAX) fail(ReadCode::kBadValue, t.line, "the integer " + t.value.substr(0, 40) + " is out of range");
         return static_cast<int>(i);
     }
     uint64_t handleValue(const RTag& t)
     {
         uint64_t h = 0;
         if (trimmed(t.value).empty()) return 0;
-        if (!parseHandle(t.value, h)) fail(t.line, "\"" + t.value.substr(0, 40) + "\" is not a handle (group " + std::to_string(t.code) + ")");
+        if (!parseHandle(t.value, h)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not a handle (group " + std::to_string(t.code) + ")");
         if (h > m_maxHandle) m_maxHandle = h;
         return h;
     }
@@ -169,9 +181,9 @@ private:
             if (validValue(t.code, t.value)) continue;
             const std::string shown = "\"" + t.value.substr(0, 40) + "\"";
             switch (valueKind(t.code)) {
-            case ValueKind::Handle: fail(t.line, shown + " is not a handle (group " + std::to_string(t.code) + ")");
-            case ValueKind::Int: fail(t.line, shown + " is not an integer (group " + std::to_string(t.code) + ")");
-            default: fail(t.line, shown + " is not a number (group " + std::to_string(t.code) + ")");
+            case ValueKind::Handle: fail(ReadCode::kBadValue, t.line, shown + " is not a handle (group " + std::to_string(t.code) + ")");
+            case ValueKind::Int: fail(ReadCode::kBadValue, t.line, shown + " is not an integer (group " + std::to_string(t.code) + ")");
+            default: fail(ReadCode::kBadValue, t.line, shown + " is not a number (group " + std::to_string(t.code) + ")");
             }
         }
     }
@@ -208,6 +220,7 @@ private:
 
     void tableRecord(const Record& r, KoDbSymbolTable* table);
     void entity(Record& r, KoDbBlockTableRecord* block);
+    std::unique_ptr<KoDbEntity> fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved);
     std::unique_ptr<KoDbEntity> knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs);
     std::unique_ptr<KoDbEntity> hatch(const Record& r, Common& c, KoDbDxfTags& preserved);
     void object(const Record& r);
@@ -304,10 +317,10 @@ bool Reader::readRecord(Record& r)
     int code;
     std::string_view value;
     if (!nextTag(code, value)) failInput();
-    if (code != 0) fail(m_in.line(), "group code 0 was expected here, found " + std::to_string(code));
+    if (code != 0) fail(ReadCode::kUnexpectedTag, m_in.line(), "group code 0 was expected here, found " + std::to_string(code));
     r.name.assign(trimmed(value));
     r.line = m_in.line();
-    if (r.name.empty()) fail(r.line, "a record has no name (group 0 is empty)");
+    if (r.name.empty()) fail(ReadCode::kUnexpectedTag, r.line, "a record has no name (group 0 is empty)");
     r.clear();
     while (nextTag(code, value)) {
         if (code == 0) {
@@ -348,10 +361,10 @@ void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode
         const int code = t->code;
         if (code >= 1000) {
             if (code == 1001 || !c.xdata.empty()) c.xdata.push_back({code, t->value});
-            else fail(t->line, "extended data must start with an application name (group 1001)");
+            else fail(ReadCode::kBadExtendedData, t->line, "extended data must start with an application name (group 1001)");
             continue;
         }
-        if (!c.xdata.empty()) fail(t->line, "group " + std::to_string(code) + " follows extended data");
+        if (!c.xdata.empty()) fail(ReadCode::kBadExtendedData, t->line, "group " + std::to_string(code) + " follows extended data");
         if (code == handleCode && c.handle == 0 && subclass == &none) {
             c.handle = handleValue(*t);
             continue;
@@ -360,13 +373,13 @@ void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode
             for (++t; t != end && t->code != 102; ++t)
                 if (t->code == 330)
                     if (KoDbStub* s = stubOf(*t)) c.reactors.push_back(s);
-            if (t == end) fail(r.line, "an ACAD_REACTORS group has no end");
+            if (t == end) fail(ReadCode::kUnexpectedTag, r.line, "an ACAD_REACTORS group has no end");
             continue;
         }
         if (code == 102 && t->value == "{ACAD_XDICTIONARY") {
             for (++t; t != end && t->code != 102; ++t)
                 if (t->code == 360) c.xdict = stubOf(*t);
-            if (t == end) fail(r.line, "an ACAD_XDICTIONARY group has no end");
+            if (t == end) fail(ReadCode::kUnexpectedTag, r.line, "an ACAD_XDICTIONARY group has no end");
             continue;
         }
         if (code == 330 && subclass == &none && !c.owner) {
@@ -415,8 +428,8 @@ void Reader::place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* ow
     if (handle) {
         const auto it = m_d.byHandle.find(handle);
         if (it != m_d.byHandle.end() && it->second->object) {
-            m_report.warnings.push_back("handle " + KoDbHandle(handle).ascii().toUtf8() +
-                                        " was used twice; the second object got a new handle");
+            repaired(ReadCode::kDuplicateHandle, 0,
+                     "handle " + KoDbHandle(handle).ascii().toUtf8() + " was used twice; the second object got a new handle");
             handle = 0;
         }
     }
@@ -447,17 +460,16 @@ KoDbObjectId Reader::recordByName(const std::string& name, const char* missingNa
     const std::string key = name.empty() ? missingName : name;
     if (auto it = cache.find(key); it != cache.end()) return it->second;
     auto* table = kodbPeek<KoDbSymbolTable>(tableId);
-    if (!table) fail(line, std::string("an entity refers to ") + kind + " \"" + key + "\" but the drawing has no " + kind + " table");
+    if (!table) fail(ReadCode::kBadStructure, line, std::string("an entity refers to ") + kind + " \"" + key + "\" but the drawing has no " + kind + " table");
     KoDbObjectId id;
     if (table->getAt(wide(key), id) != Kora::eOk) {
         auto* record = new Record;
         record->setName(wide(key));
         KoDbAccess::addUnnumbered(m_db, record, KoDbAccess::stub(table));
         m_unnumbered.push_back(KoDbAccess::stub(record));
-        const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(record->objectId());
-        table->recordRenamed();
+        KoDbAccess::appendRecord(*table, record->objectId());
         id = record->objectId();
-        m_report.warnings.push_back(std::string(kind) + " \"" + key + "\" was used without being defined; it was added");
+        repaired(ReadCode::kUndefinedName, line, std::string(kind) + " \"" + key + "\" was used without being defined; it was added");
     }
     cache.emplace(key, id);
     return id;
@@ -495,12 +507,12 @@ std::string Reader::sectionOrEnd()
     int code;
     std::string_view value;
     if (!nextTag(code, value)) return {};
-    if (code != 0) fail(m_in.line(), "a section was expected, found group code " + std::to_string(code));
+    if (code != 0) fail(ReadCode::kUnexpectedTag, m_in.line(), "a section was expected, found group code " + std::to_string(code));
     const std::string_view v = trimmed(value);
     if (v == "EOF") return "EOF";
-    if (v != "SECTION") fail(m_in.line(), "a section was expected, found \"" + std::string(v.substr(0, 40)) + "\"");
+    if (v != "SECTION") fail(ReadCode::kUnexpectedTag, m_in.line(), "a section was expected, found \"" + std::string(v.substr(0, 40)) + "\"");
     if (!nextTag(code, value)) failInput();
-    if (code != 2) fail(m_in.line(), "the section has no name");
+    if (code != 2) fail(ReadCode::kUnexpectedTag, m_in.line(), "the section has no name");
     return std::string(trimmed(value));
 }
 
@@ -511,7 +523,7 @@ void Reader::run()
         section(name);
         ++sections;
     }
-    if (sections == 0) fail(m_in.line(), "no DXF section found");
+    if (sections == 0) fail(ReadCode::kBadStructure, m_in.line(), "no DXF section found");
     finish();
 }
 
@@ -548,7 +560,7 @@ void Reader::header()
         if (var == "$ACADVER" && t0) {
             m_report.version = t0->value;
             if (t0->value < "AC1015")
-                fail(m_in.line(), "DXF release " + t0->value + " is older than AC1015 (release 2000) and cannot be read");
+                fail(ReadCode::kOldRelease, m_in.line(), "DXF release " + t0->value + " is older than AC1015 (release 2000) and cannot be read");
             // Release 2007 (AC1021) and later store UTF-8.
             m_convert = t0->value < "AC1021";
         } else if (var == "$DWGCODEPAGE" && t0) {
@@ -594,19 +606,19 @@ void Reader::header()
     };
     while (nextTag(code, value)) {
         if (code == 0) {
-            if (trimmed(value) != "ENDSEC") fail(m_in.line(), "the header section has no end");
+            if (trimmed(value) != "ENDSEC") fail(ReadCode::kBadStructure, m_in.line(), "the header section has no end");
             flush();
             return;
         }
         if (code == 9) {
             flush();
             var = text(trimmed(value));
-            if (var.empty()) fail(m_in.line(), "a header variable has no name");
+            if (var.empty()) fail(ReadCode::kUnexpectedTag, m_in.line(), "a header variable has no name");
             continue;
         }
-        if (var.empty()) fail(m_in.line(), "a header variable name (group 9) was expected");
+        if (var.empty()) fail(ReadCode::kUnexpectedTag, m_in.line(), "a header variable name (group 9) was expected");
         if (!validValue(code, value))
-            fail(m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
+            fail(ReadCode::kBadValue, m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
         tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
     }
     failInput();
@@ -636,7 +648,7 @@ void Reader::otherSection(const std::string& name)
             m_d.otherSections.emplace_back(name, std::move(tags));
             return;
         }
-        if (!validValue(code, value)) fail(m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
+        if (!validValue(code, value)) fail(ReadCode::kBadValue, m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
         tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
     }
     failInput();
@@ -669,7 +681,7 @@ void Reader::tables()
                                  : name == "VIEW"       ? &m_d.viewTable
                                  : name == "UCS"        ? &m_d.ucsTable
                                                         : nullptr;
-            if (!slot) fail(r.line, "unknown table \"" + name + "\"");
+            if (!slot) fail(ReadCode::kBadStructure, r.line, "unknown table \"" + name + "\"");
             if (!slot->isNull()) {
                 table = kodbPeek<KoDbSymbolTable>(*slot);
                 continue;
@@ -688,9 +700,9 @@ void Reader::tables()
             table = nullptr;
             continue;
         }
-        if (!table) fail(r.line, "table record \"" + r.name + "\" outside a table");
+        if (!table) fail(ReadCode::kBadStructure, r.line, "table record \"" + r.name + "\" outside a table");
         const std::string& expected = table->dxfName();
-        if (r.name != expected) fail(r.line, "a " + r.name + " record in the " + expected + " table");
+        if (r.name != expected) fail(ReadCode::kBadStructure, r.line, "a " + r.name + " record in the " + expected + " table");
         tableRecord(r, table);
     }
 }
@@ -778,9 +790,9 @@ void Reader::tableRecord(const Record& r, KoDbSymbolTable* table)
         }
         preserve(preserved, b);
     }
-    if (name.isEmpty()) fail(r.line, "a " + r.name + " record has no name");
+    if (name.isEmpty()) fail(ReadCode::kUnexpectedTag, r.line, "a " + r.name + " record has no name");
     if (table->has(name)) {
-        m_report.warnings.push_back(r.name + " record \"" + name.toUtf8() + "\" appears twice; the second was dropped");
+        repaired(ReadCode::kDuplicateRecord, r.line, r.name + " record \"" + name.toUtf8() + "\" appears twice; the second was dropped");
         return;
     }
     rec->setName(name);
@@ -799,8 +811,7 @@ void Reader::tableRecord(const Record& r, KoDbSymbolTable* table)
     if (linetype) linetype->setDashes(std::move(dashes));
     guard.release();
     place(rec, c, std::move(preserved), KoDbAccess::stub(table));
-    const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(rec->objectId());
-    table->recordRenamed();
+    KoDbAccess::appendRecord(*table, rec->objectId());
     if (block && layoutStub) m_blockLayouts.emplace_back(block, layoutStub);
 }
 
@@ -842,14 +853,13 @@ void Reader::blocks()
                 if (table->getAt(name, id) == Kora::eOk) block = kodbPeek<KoDbBlockTableRecord>(id);
             }
             if (!block) {
-                if (!table) fail(r.line, "block \"" + name.toUtf8() + "\" has no block table record");
-                if (name.isEmpty()) fail(r.line, "a block has no name");
+                if (!table) fail(ReadCode::kBadStructure, r.line, "block \"" + name.toUtf8() + "\" has no block table record");
+                if (name.isEmpty()) fail(ReadCode::kUnexpectedTag, r.line, "a block has no name");
                 block = new KoDbBlockTableRecord;
                 block->setName(name);
                 KoDbAccess::addUnnumbered(m_db, block, KoDbAccess::stub(table));
                 m_unnumbered.push_back(KoDbAccess::stub(block));
-                const_cast<KoDbObjectIdArray&>(table->recordIds()).push_back(block->objectId());
-                table->recordRenamed();
+                KoDbAccess::appendRecord(*table, block->objectId());
             }
             Writable writable(block);
             block->setFlags(flags);
@@ -866,7 +876,7 @@ void Reader::blocks()
             block = nullptr;
             continue;
         }
-        if (!block) fail(r.line, "entity " + r.name + " outside a block definition");
+        if (!block) fail(ReadCode::kBadStructure, r.line, "entity " + r.name + " outside a block definition");
         entity(r, block);
     }
 }
@@ -891,7 +901,7 @@ void Reader::readSubRecords(std::vector<KoDbDxfRecord>& subs)
         if (r.name != "ATTRIB" && r.name != "VERTEX" && r.name != "SEQEND") {
             std::swap(r, m_pending);
             m_hasPending = true;
-            m_report.warnings.push_back("a sequence of vertices or attributes has no end marker");
+            repaired(ReadCode::kUnterminatedSequence, m_pending.line, "a sequence of vertices or attributes has no end marker");
             return;
         }
         validate(r);
@@ -937,11 +947,63 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
             block = kodbPeek<KoDbBlockTableRecord>(space);
         }
         if (!block)
-            fail(r.line, "the drawing has no block record for its " + std::string(c.paperSpace ? "paper" : "model") + " space");
+            fail(ReadCode::kBadStructure, r.line, "the drawing has no block record for its " + std::string(c.paperSpace ? "paper" : "model") + " space");
     }
     KoDbEntity* placed = e.release();
     place(placed, c, std::move(preserved), KoDbAccess::stub(block));
     block->attachEntity(placed->objectId());
+}
+
+// An entity of a kind described by its fields; null when a value does not
+// fit the model or a required one is missing.
+std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved)
+{
+    std::unique_ptr<KoDbEntity> e(kind.make());
+    // Points are gathered whole before they are set, so that no half-read
+    // vector is ever offered to the model.
+    struct Pending {
+        const EntityField* field;
+        KoGePoint3d value;
+        bool seen;
+    };
+    std::array<Pending, 8> points;
+    size_t pointCount = 0;
+    int missing = 0;  // required fields not met yet
+    for (const EntitySubclass& s : kind.subclasses)
+        for (const EntityField& f : s.fields) {
+            if (f.isPoint() && pointCount < points.size()) points[pointCount++] = {&f, f.point(*e), false};
+            if (f.required) ++missing;
+        }
+    bool ok = true;
+    for (const BodyTag& b : c.body) {
+        const RTag& t = *b.tag;
+        if (t.code == 100 && kind.isMarker(t.value)) continue;
+        const EntityField* field = nullptr;
+        for (const EntitySubclass& s : kind.subclasses)
+            for (const EntityField& f : s.fields)
+                if (!field && f.takes(t.code)) field = &f;
+        if (!field) {
+            if (!takeCommon(c, t)) preserve(preserved, b);
+            continue;
+        }
+        if (field->required) --missing;
+        if (field->isPoint()) {
+            for (size_t i = 0; i < pointCount; ++i)
+                if (points[i].field == field) points[i].seen = point(t, points[i].value, field->code);
+            continue;
+        }
+        if (field->type == FieldType::Text) {
+            ok = ok && field->setText(*e, wide(t.value)) == Kora::eOk;
+            continue;
+        }
+        double v = field->type == FieldType::Int ? integer(t) : dbl(t);
+        if (field->type == FieldType::Angle) v *= kDegToRad;
+        ok = ok && field->setNumber(*e, v) == Kora::eOk;
+    }
+    for (size_t i = 0; i < pointCount; ++i)
+        if (points[i].seen) ok = ok && points[i].field->setPoint(*e, points[i].value) == Kora::eOk;
+    if (!ok || missing > 0) return nullptr;
+    return e;
 }
 
 // Fills the entity a record describes, or answers null when its kind is
@@ -949,6 +1011,7 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
 std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs)
 {
     const std::string& n = r.name;
+    if (const EntityKind* kind = entityKind(n); kind && kind->hasFields()) return fieldEntity(*kind, c, preserved);
     // None of the modelled kinds uses the common property codes in its own
     // subclass, so such codes found there are taken as the properties.
     auto keep = [&](const BodyTag& b) {
@@ -965,45 +1028,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
     KoGePoint3d p10, p11, p12;
     KoGeVector3d normal = KoGeVector3d::kZAxis();
 
-    if (n == "LINE") {
-        auto e = std::make_unique<KoDbLine>();
-        double thickness = 0;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbLine"}) || point(t, p10, 10) || point(t, p11, 11) || vec(t, normal, 210)) continue;
-            if (t.code == 39) thickness = dbl(t);
-            else keep(b);
-        }
-        e->setStartPoint(p10);
-        e->setEndPoint(p11);
-        e->setThickness(thickness);
-        e->setNormal(normal);
-        return e;
-    }
-    if (n == "CIRCLE" || n == "ARC") {
-        double radius = 0, thickness = 0, start = 0, end = 360;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbCircle", "AcDbArc"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 40: radius = dbl(t); break;
-            case 39: thickness = dbl(t); break;
-            case 50: start = dbl(t); break;
-            case 51: end = dbl(t); break;
-            default: keep(b);
-            }
-        }
-        if (!(radius > 0.0)) return nullptr;
-        if (n == "CIRCLE") {
-            auto e = std::make_unique<KoDbCircle>(p10, normal, radius);
-            e->setThickness(thickness);
-            return e;
-        }
-        auto e = std::make_unique<KoDbArc>(p10, radius, start * kDegToRad, end * kDegToRad);
-        e->setNormal(normal);
-        e->setThickness(thickness);
-        return e;
-    }
     if (n == "ELLIPSE") {
         double ratio = 1, start = 0, end = 2 * std::numbers::pi;
         KoGeVector3d major;
@@ -1130,51 +1154,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         }
         return e;
     }
-    if (n == "POINT") {
-        auto e = std::make_unique<KoDbPoint>();
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbPoint"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            if (t.code == 39) e->setThickness(dbl(t));
-            else if (t.code == 50) e->setEcsRotation(dbl(t) * kDegToRad);
-            else keep(b);
-        }
-        e->setPosition(p10);
-        e->setNormal(normal);
-        return e;
-    }
-    if (n == "TEXT") {
-        auto e = std::make_unique<KoDbText>();
-        bool hasAlign = false;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbText"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            if (point(t, p11, 11)) {
-                hasAlign = true;
-                continue;
-            }
-            switch (t.code) {
-            case 1: check(e->setTextString(wide(t.value))); break;
-            case 7: check(e->setTextStyleName(wide(t.value))); break;
-            case 39: check(e->setThickness(dbl(t))); break;
-            case 40: check(e->setHeight(dbl(t))); break;
-            case 41: check(e->setWidthFactor(dbl(t))); break;
-            case 50: check(e->setRotation(dbl(t) * kDegToRad)); break;
-            case 51: check(e->setOblique(dbl(t) * kDegToRad)); break;
-            case 71: check(e->setGenerationFlags(integer(t))); break;
-            case 72: check(e->setHorizontalMode(static_cast<KoDbText::TextHorzMode>(std::clamp(integer(t), 0, 5)))); break;
-            case 73: check(e->setVerticalMode(static_cast<KoDbText::TextVertMode>(std::clamp(integer(t), 0, 3)))); break;
-            default: keep(b);
-            }
-        }
-        e->setPosition(p10);
-        if (hasAlign) e->setAlignmentPoint(p11);
-        e->setNormal(normal);
-        if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
     if (n == "MTEXT") {
         auto e = std::make_unique<KoDbMText>();
         std::string contents, last;
@@ -1245,37 +1224,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         return e;
     }
     if (n == "HATCH") return hatch(r, c, preserved);
-    if (n == "VIEWPORT") {
-        auto e = std::make_unique<KoDbViewport>();
-        KoGePoint3d viewCenter, target;
-        KoGeVector3d direction = KoGeVector3d::kZAxis();
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbViewport"}) || point(t, p10, 10) || vec(t, direction, 16) || point(t, target, 17))
-                continue;
-            switch (t.code) {
-            case 12: viewCenter.x = dbl(t); break;
-            case 22: viewCenter.y = dbl(t); break;
-            case 40: check(e->setWidth(dbl(t))); break;
-            case 41: check(e->setHeight(dbl(t))); break;
-            case 68: check(e->setStatus(integer(t))); break;
-            case 69: check(e->setNumber(integer(t))); break;
-            case 42: check(e->setLensLength(dbl(t))); break;
-            case 45: check(e->setViewHeight(dbl(t))); break;
-            case 51: check(e->setTwistAngle(dbl(t) * kDegToRad)); break;
-            case 90: check(e->setStatusFlags(integer(t))); break;
-            default: keep(b);
-            }
-        }
-        e->setCenterPoint(p10);
-        e->setViewCenter({viewCenter.x, viewCenter.y});
-        e->setViewTarget(target);
-        check(e->setViewDirection(direction));
-        if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
     if (n == "DGNUNDERLAY") {
         auto e = std::make_unique<KoDbDgnReference>();
         KoGeScale3d scale;
@@ -1362,7 +1310,7 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
     auto at = [&](size_t k) -> const RTag& { return *c.body[k].tag; };
     auto need = [&](int code) -> const RTag& {
         if (i >= count || at(i).code != code)
-            fail(i < count ? at(i).line : r.line, "hatch boundary data: group " + std::to_string(code) + " was expected");
+            fail(ReadCode::kBadHatch, i < count ? at(i).line : r.line, "hatch boundary data: group " + std::to_string(code) + " was expected");
         return at(i++);
     };
     auto peek = [&](int code) { return i < count && at(i).code == code; };
@@ -1374,7 +1322,7 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
     };
     auto counted = [&](int code, int limit) {
         const int v = integer(need(code));
-        if (v < 0 || v > limit) fail(at(i - 1).line, "hatch: count " + std::to_string(v) + " is out of range");
+        if (v < 0 || v > limit) fail(ReadCode::kBadHatch, at(i - 1).line, "hatch: count " + std::to_string(v) + " is out of range");
         return v;
     };
     KoGePoint3d elevation;
@@ -1423,7 +1371,7 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
                     for (int k2 = 0; k2 < ne; ++k2) {
                         KoDbHatch::Edge edge;
                         const int type = integer(need(72));
-                        if (type < 1 || type > 4) fail(at(i - 1).line, "hatch: unknown edge type " + std::to_string(type));
+                        if (type < 1 || type > 4) fail(ReadCode::kBadHatch, at(i - 1).line, "hatch: unknown edge type " + std::to_string(type));
                         edge.type = static_cast<KoDbHatch::EdgeType>(type);
                         if (type == 1) {
                             edge.start = pt2(10);
@@ -1615,8 +1563,8 @@ void Reader::finish()
 {
     m_d.handseed = std::max(m_d.handseed, m_maxHandle + 1);
     if (m_d.blockTable.isNull() || m_d.layerTable.isNull() || m_d.linetypeTable.isNull())
-        fail(m_in.line(), "the drawing lacks its block, layer or linetype table");
-    if (m_d.namedObjects.isNull()) fail(m_in.line(), "the drawing has no named-objects dictionary");
+        fail(ReadCode::kBadStructure, m_in.line(), "the drawing lacks its block, layer or linetype table");
+    if (m_d.namedObjects.isNull()) fail(ReadCode::kBadStructure, m_in.line(), "the drawing has no named-objects dictionary");
     for (auto [block, stub] : m_blockLayouts)
         if (KoDbLayout::cast(stub->object)) {
             Writable writable(block);
@@ -1632,13 +1580,10 @@ void Reader::finish()
     // Dictionary entries whose object never came are dropped.
     for (KoDbStub& s : m_d.stubs)
         if (auto* d = KoDbDictionary::cast(s.object)) {
-            auto& entries = const_cast<std::vector<KoDbDictionary::Entry>&>(d->entries());
-            const size_t before = entries.size();
-            std::erase_if(entries, [](const KoDbDictionary::Entry& e) { return !e.id.stub()->object; });
-            if (entries.size() != before)
-                m_report.warnings.push_back("dictionary entries without objects were dropped");
+            if (KoDbAccess::dropEntriesWithoutObjects(*d) > 0)
+                repaired(ReadCode::kOrphanEntries, 0, "dictionary entries without objects were dropped");
         }
-    if (m_db.modelSpaceId().isNull()) fail(m_in.line(), "the drawing has no model space block");
+    if (m_db.modelSpaceId().isNull()) fail(ReadCode::kBadStructure, m_in.line(), "the drawing has no model space block");
     for (const char* name : {"ByBlock", "ByLayer", "Continuous"}) linetypeByName(name, 0);
     layerByName("0", 0);
     if (!m_clayer.empty()) m_d.clayer = layerByName(m_clayer, 0);
@@ -1650,29 +1595,52 @@ void Reader::finish()
 
 }  // namespace
 
-Kora::ErrorStatus readDxf(TagReader& in, KoDbDatabase& target, const KoString& name, KoString* message,
-                          KoDbDxfReadReport* report)
+// Ends a read that cannot go on: a message for people ("name, line N:
+// what", or "name: what" where line is negative) and the same as a record.
+Kora::ErrorStatus failed(Kora::ErrorStatus es, ReadCode code, long line, const std::string& what, const KoString& name,
+                         KoString* message, KoDbDxfReadReport* report)
 {
-    if (target.openObjectCount() > 0) {
-        if (message) *message = KoString::format(L"%s: the drawing has open objects and cannot be replaced.", name.c_str());
-        return Kora::eInvalidOpenState;
+    if (message)
+        *message = line < 0 ? KoString::format(L"%s: %hs", name.c_str(), what.c_str())
+                            : KoString::format(L"%s, line %ld: %hs", name.c_str(), line, what.c_str());
+    if (report) {
+        Kora::Place place;
+        if (line > 0) place.line = static_cast<uint64_t>(line);
+        report->diagnostics.push_back({code, Kora::Severity::kError, place, what});
     }
+    return es;
+}
+
+// Reads `in`, audits what was read and, unless strict mode refuses the
+// result, replaces what `target` held.
+Kora::ErrorStatus readDxf(TagReader& in, KoDbDatabase& target, const KoString& name, KoString* message,
+                          KoDbDxfReadReport* report, KoDbDxfReadMode mode)
+{
+    if (target.openObjectCount() > 0)
+        return failed(Kora::eInvalidOpenState, ReadCode::kDrawingBusy, -1,
+                      "the drawing has open objects and cannot be replaced.", name, message, report);
     KoDbDxfReadReport localReport;
     KoDbDxfReadReport& rep = report ? *report : localReport;
-    rep = {};
-    // Read into a fresh database so that a failure leaves the target whole.
+    // Read and audited on its own, so that a failure, or strict mode turning
+    // the drawing down, leaves the target whole.
     KoDbDatabase fresh(false);
     try {
         Reader reader(in, fresh, rep);
         reader.run();
     } catch (const ParseError& e) {
-        if (message) *message = KoString::format(L"%s, line %ld: %hs", name.c_str(), e.line, e.message.c_str());
-        return Kora::eBadDxfFile;
+        return failed(Kora::eBadDxfFile, e.code, e.line, e.message, name, message, report);
     } catch (const std::bad_alloc&) {
-        if (message) *message = KoString::format(L"%s: out of memory while reading.", name.c_str());
-        return Kora::eOutOfMemory;
+        return failed(Kora::eOutOfMemory, ReadCode::kOutOfMemory, -1, "out of memory while reading.", name, message, report);
     } catch (const std::exception& e) {
-        if (message) *message = KoString::format(L"%s, line %ld: %hs", name.c_str(), in.line(), e.what());
+        return failed(Kora::eBadDxfFile, ReadCode::kBadValue, in.line(), e.what(), name, message, report);
+    }
+    rep.audit = Kora::Db::audit(fresh);
+    if (mode == KoDbDxfReadMode::kStrict && (!rep.diagnostics.empty() || !rep.audit.empty())) {
+        const std::string& first = rep.diagnostics.empty() ? rep.audit.front().message : rep.diagnostics.front().message;
+        const size_t count = rep.diagnostics.size() + rep.audit.size();
+        if (message)
+            *message = KoString::format(L"%s: the drawing needs repairs (%zu), so it was not opened: %hs%hs.", name.c_str(),
+                                        count, first.c_str(), count > 1 ? "; ..." : "");
         return Kora::eBadDxfFile;
     }
     KoDbAccess::swap(target, fresh);
@@ -1680,59 +1648,54 @@ Kora::ErrorStatus readDxf(TagReader& in, KoDbDatabase& target, const KoString& n
     return Kora::eOk;
 }
 
-}  // namespace Kora::Dxf
-
-namespace {
-
 // A binary DXF file opens with a one-line signature ending in these bytes.
 constexpr std::string_view kBinarySignatureEnd("Binary DXF\r\n\x1a\0", 14);
 
-bool refuse(std::string_view head, const KoString& name, KoString* message, Kora::ErrorStatus& es)
+// Files of a kind the reader does not take are refused before reading.
+bool refuse(std::string_view head, const KoString& name, KoString* message, KoDbDxfReadReport* report,
+            Kora::ErrorStatus& es)
 {
     if (head.empty()) {
-        if (message) *message = KoString::format(L"%s: the file is empty.", name.c_str());
-        es = Kora::eBadDxfFile;
+        es = failed(Kora::eBadDxfFile, ReadCode::kEmptyFile, -1, "the file is empty.", name, message, report);
         return true;
     }
     const size_t signatureEnd = head.substr(0, 32).find(kBinarySignatureEnd);
     if (signatureEnd != std::string_view::npos && head.substr(0, signatureEnd).find('\n') == std::string_view::npos) {
-        if (message) *message = KoString::format(L"%s, line 1: binary DXF files are not supported; save it as ASCII DXF.", name.c_str());
-        es = Kora::eUnsupportedFileFormat;
+        es = failed(Kora::eUnsupportedFileFormat, ReadCode::kBinaryFile, 1,
+                    "binary DXF files are not supported; save it as ASCII DXF.", name, message, report);
         return true;
     }
     return false;
 }
 
-}  // namespace
+}  // namespace Kora::Dxf
 
 Kora::ErrorStatus kodbReadDxf(KoDbDatabase& database, std::string_view bytes, const KoString& name, KoString* message,
                               KoDbDxfReadReport* report, KoDbDxfReadMode mode)
 {
+    if (report) *report = {};
     Kora::ErrorStatus es;
-    if (refuse(bytes.substr(0, 64), name, message, es)) return es;
+    if (Kora::Dxf::refuse(bytes.substr(0, 64), name, message, report, es)) return es;
     Kora::Dxf::TagReader in(bytes);
-    return Kora::Dxf::readAudited(in, database, name, message, report, mode);
+    return Kora::Dxf::readDxf(in, database, name, message, report, mode);
 }
 
 Kora::ErrorStatus kodbReadDxfFile(KoDbDatabase& database, const KoString& path, KoString* message,
                                   KoDbDxfReadReport* report, KoDbDxfReadMode mode)
 {
-    std::FILE* f = std::fopen(path.toUtf8().c_str(), "rb");
+    using Kora::Dxf::ReadCode;
+    if (report) *report = {};
+    Kora::Dxf::File f(std::fopen(path.toUtf8().c_str(), "rb"));
     if (!f) {
         const int err = errno;
-        if (message) *message = KoString::format(L"%s: %hs", path.c_str(), std::strerror(err));
-        return err == ENOENT ? Kora::eFileNotFound : Kora::eFileAccessErr;
+        return Kora::Dxf::failed(err == ENOENT ? Kora::eFileNotFound : Kora::eFileAccessErr, ReadCode::kCannotOpen, -1,
+                                 std::strerror(err), path, message, report);
     }
     char head[64];
-    const size_t n = std::fread(head, 1, sizeof head, f);
+    const size_t n = std::fread(head, 1, sizeof head, f.get());
     Kora::ErrorStatus es;
-    if (refuse(std::string_view(head, n), path, message, es)) {
-        std::fclose(f);
-        return es;
-    }
-    std::rewind(f);
-    Kora::Dxf::TagReader in(f);
-    es = Kora::Dxf::readAudited(in, database, path, message, report, mode);
-    std::fclose(f);
-    return es;
+    if (Kora::Dxf::refuse(std::string_view(head, n), path, message, report, es)) return es;
+    std::rewind(f.get());
+    Kora::Dxf::TagReader in(std::move(f));
+    return Kora::Dxf::readDxf(in, database, path, message, report, mode);
 }

@@ -1,6 +1,7 @@
 #include "dxftagreader.h"
 
 #include <cstring>
+#include <utility>
 
 #include "dxfcodes.h"
 
@@ -12,7 +13,7 @@ constexpr size_t kChunk = 1 << 20;
 
 TagReader::TagReader(std::string_view memory) : m_data(memory.data()), m_end(memory.size()), m_eof(true) {}
 
-TagReader::TagReader(std::FILE* file) : m_file(file), m_buffer(kChunk)
+TagReader::TagReader(File file) : m_file(std::move(file)), m_buffer(kChunk)
 {
     m_data = m_buffer.data();
 }
@@ -28,7 +29,7 @@ bool TagReader::fill()
     m_end = rest;
     if (m_end == m_buffer.size()) m_buffer.resize(m_buffer.size() * 2);
     m_data = m_buffer.data();
-    const size_t n = std::fread(m_buffer.data() + m_end, 1, m_buffer.size() - m_end, m_file);
+    const size_t n = std::fread(m_buffer.data() + m_end, 1, m_buffer.size() - m_end, m_file.get());
     m_end += n;
     if (n == 0) m_eof = true;
     return n > 0;
@@ -85,6 +86,7 @@ bool TagReader::next(int& code, std::string_view& value)
     }
     if (!readLine(value)) {
         m_error = "the file ends after group code " + std::to_string(code) + " without its value";
+        m_errorCode = ReadCode::kTruncated;
         return false;
     }
     m_lastCode = code;

@@ -3,16 +3,25 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "kora/dxf/dxf.h"
+
 namespace Kora::Dxf {
+
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
 
 class TagReader {
 public:
     explicit TagReader(std::string_view memory);
-    explicit TagReader(std::FILE* file);
+    // Reads the file from where it stands, and closes it at the end.
+    explicit TagReader(File file);
 
     // The next tag; false at the end of the input or on a malformed tag
     // (then error() is set). The value stays valid until the next call.
@@ -22,6 +31,7 @@ public:
     // Line of the group code of the tag just read.
     long line() const { return m_tagLine; }
     const std::string& error() const { return m_error; }
+    ReadCode errorCode() const { return m_errorCode; }
     // True when the input ended cleanly between tags.
     bool atEnd() const { return m_atEnd; }
 
@@ -29,7 +39,7 @@ private:
     bool readLine(std::string_view& out);
     bool fill();
 
-    std::FILE* m_file = nullptr;
+    File m_file;
     std::vector<char> m_buffer;
     const char* m_data = nullptr;
     size_t m_pos = 0, m_end = 0;
@@ -37,6 +47,7 @@ private:
     long m_line = 0, m_tagLine = 0;
     bool m_atEnd = false;
     std::string m_error;
+    ReadCode m_errorCode = ReadCode::kMalformedTag;
 
     bool m_pushedBack = false;
     int m_lastCode = 0;

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "dbimpl.h"
+#include "dxfentitykinds.h"
 #include "kora/atomicfile.h"
 #include "kora/db/underlay.h"
 #include "kora/dxf/dxf.h"
@@ -168,6 +169,7 @@ private:
     void blocks();
     void entities();
     void entity(const KoDbEntity* e, bool paperSpace);
+    void fields(const EntityKind& kind, const KoDbEntity* e);
     void hatch(const KoDbHatch* h);
     void objects();
     void object(const KoDbObject* o);
@@ -536,28 +538,8 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     if (!e->visibility()) tag(60, 1);
     keptOfCurrent();
 
-    if (const auto* l = KoDbLine::cast(e)) {
-        subclass("AcDbLine");
-        if (l->thickness() != 0.0) real(39, l->thickness());
-        point(10, l->startPoint());
-        point(11, l->endPoint());
-        normal(l->normal());
-    } else if (const auto* a = KoDbArc::cast(e)) {
-        subclass("AcDbCircle");
-        if (a->thickness() != 0.0) real(39, a->thickness());
-        point(10, a->center());
-        real(40, a->radius());
-        normal(a->normal());
-        keptOfCurrent();
-        subclass("AcDbArc");
-        real(50, a->startAngle() * kRadToDeg);
-        real(51, a->endAngle() * kRadToDeg);
-    } else if (const auto* c = KoDbCircle::cast(e)) {
-        subclass("AcDbCircle");
-        if (c->thickness() != 0.0) real(39, c->thickness());
-        point(10, c->center());
-        real(40, c->radius());
-        normal(c->normal());
+    if (const EntityKind* kind = entityKind(e); kind && kind->hasFields()) {
+        fields(*kind, e);
     } else if (const auto* el = KoDbEllipse::cast(e)) {
         subclass("AcDbEllipse");
         point(10, el->center());
@@ -623,30 +605,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
         for (double w : s->weights()) real(41, w);
         for (const auto& p : s->controlPoints()) point(10, p);
         for (const auto& p : s->fitPoints()) point(11, p);
-    } else if (const auto* pt = KoDbPoint::cast(e)) {
-        subclass("AcDbPoint");
-        point(10, pt->position());
-        if (pt->thickness() != 0.0) real(39, pt->thickness());
-        normal(pt->normal());
-        if (pt->ecsRotation() != 0.0) real(50, pt->ecsRotation() * kRadToDeg);
-    } else if (const auto* t = KoDbText::cast(e)) {
-        subclass("AcDbText");
-        if (t->thickness() != 0.0) real(39, t->thickness());
-        point(10, t->position());
-        real(40, t->height());
-        tag(1, t->textString());
-        if (t->rotation() != 0.0) real(50, t->rotation() * kRadToDeg);
-        if (t->widthFactor() != 1.0) real(41, t->widthFactor());
-        if (t->oblique() != 0.0) real(51, t->oblique() * kRadToDeg);
-        if (!t->textStyleName().equalsNoCase(L"Standard")) tag(7, t->textStyleName());
-        if (t->generationFlags() != 0) tag(71, t->generationFlags());
-        if (t->horizontalMode() != KoDbText::kTextLeft) tag(72, t->horizontalMode());
-        if (t->horizontalMode() != KoDbText::kTextLeft || t->verticalMode() != KoDbText::kTextBase)
-            point(11, t->alignmentPoint());
-        normal(t->normal());
-        keptOfCurrent();
-        subclass("AcDbText");
-        if (t->verticalMode() != KoDbText::kTextBase) tag(73, t->verticalMode());
     } else if (const auto* m = KoDbMText::cast(e)) {
         subclass("AcDbMText");
         point(10, m->location());
@@ -690,20 +648,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
         return;
     } else if (const auto* h = KoDbHatch::cast(e)) {
         hatch(h);
-    } else if (const auto* v = KoDbViewport::cast(e)) {
-        subclass("AcDbViewport");
-        point(10, v->centerPoint());
-        real(40, v->width());
-        real(41, v->height());
-        tag(68, v->status());
-        tag(69, v->number());
-        point2(12, v->viewCenter());
-        point(16, v->viewDirection());
-        point(17, v->viewTarget());
-        real(42, v->lensLength());
-        real(45, v->viewHeight());
-        real(51, v->twistAngle() * kRadToDeg);
-        tag(90, v->statusFlags());
     } else if (const auto* u = KoDbUnderlayReference::cast(e)) {
         subclass("AcDbUnderlayReference");
         ref(340, u->definitionId());
@@ -736,6 +680,32 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
             tag(0, sub.dxfName);
             tags(sub.tags);
         }
+}
+
+// The subclasses of a kind described by its fields, each followed by
+// what was kept of it (the last one's by the caller).
+void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
+{
+    for (const EntitySubclass& s : kind.subclasses) {
+        if (&s != &kind.subclasses.front()) keptOfCurrent();
+        subclass(s.marker);
+        for (const EntityField& f : s.fields) {
+            if (f.written && !f.written(*e)) continue;
+            if (f.isPoint()) {
+                const KoGePoint3d p = f.point(*e);
+                if (f.type == FieldType::Point2) point2(f.code, {p.x, p.y});
+                else if (f.always || p != KoGePoint3d(0, 0, 1)) point(f.code, p);
+            } else if (f.type == FieldType::Text) {
+                const KoString v = f.text(*e);
+                if (f.always || !v.equalsNoCase(f.usualText)) tag(f.code, v);
+            } else {
+                const double v = f.number(*e);
+                if (!f.always && v == f.usual) continue;
+                if (f.type == FieldType::Int) tag(f.code, static_cast<int>(v));
+                else real(f.code, f.type == FieldType::Angle ? v * kRadToDeg : v);
+            }
+        }
+    }
 }
 
 void Writer::hatch(const KoDbHatch* h)
@@ -953,20 +923,7 @@ Kora::ErrorStatus kodbWriteDxfFile(const KoDbDatabase& database, const KoString&
 
 std::string kodbDxfName(const KoDbEntity* e)
 {
-    if (KoDbLine::cast(e)) return "LINE";
-    if (KoDbArc::cast(e)) return "ARC";
-    if (KoDbCircle::cast(e)) return "CIRCLE";
-    if (KoDbEllipse::cast(e)) return "ELLIPSE";
-    if (KoDbPolyline::cast(e)) return "LWPOLYLINE";
-    if (KoDb3dPolyline::cast(e)) return "POLYLINE";
-    if (KoDbSpline::cast(e)) return "SPLINE";
-    if (KoDbPoint::cast(e)) return "POINT";
-    if (KoDbText::cast(e)) return "TEXT";
-    if (KoDbMText::cast(e)) return "MTEXT";
-    if (KoDbBlockReference::cast(e)) return "INSERT";
-    if (KoDbHatch::cast(e)) return "HATCH";
-    if (KoDbViewport::cast(e)) return "VIEWPORT";
-    if (KoDbDgnReference::cast(e)) return "DGNUNDERLAY";
+    if (const auto* kind = Kora::Dxf::entityKind(e)) return std::string(kind->dxfName);
     if (const auto* o = KoDbOpaqueEntity::cast(e)) return o->dxfName();
     return {};
 }

@@ -56,7 +56,8 @@ void cmdNew()
 // the user knows the drawing on screen is not quite the file on disk.
 void printAudit(const KoDbDxfReadReport& report)
 {
-    std::vector<std::string> repaired = report.warnings, left;
+    std::vector<std::string> repaired, left;
+    for (const auto& problem : report.diagnostics) repaired.push_back(problem.message);
     for (const auto& problem : report.audit)
         (problem.severity == Kora::Severity::kError ? left : repaired).push_back(problem.message);
     for (const auto& [problems, what] : {std::pair(&repaired, "repaired"), std::pair(&left, "not repaired")}) {

@@ -275,7 +275,8 @@ TEST(AuditDxf, StrictModeRefusesADrawingThatNeedsRepairs)
     EXPECT_NE(message.toUtf8().find("broken_references.dxf"), std::string::npos) << message.toUtf8();
     EXPECT_NE(message.toUtf8().find("Ghost"), std::string::npos) << message.toUtf8();
     EXPECT_TRUE(has(report.audit, AuditCode::kUndefinedBlock));
-    ASSERT_EQ(report.warnings.size(), 1u);
+    ASSERT_EQ(report.diagnostics.size(), 1u);
+    EXPECT_EQ(report.diagnostics[0].code, Kora::Dxf::ReadCode::kUndefinedName);
     // Nothing was loaded: the database holds what it held.
     EXPECT_TRUE(mine.isValid());
     EXPECT_EQ(mine.database(), &db);
@@ -292,8 +293,9 @@ TEST(AuditDxf, RecoverModeRepairsSavesAndEzdxfAuditsTheResultClean)
     ASSERT_EQ(report.audit.size(), 1u);
     EXPECT_EQ(report.audit[0].code, AuditCode::kUndefinedBlock);
     EXPECT_EQ(report.audit[0].severity, Severity::kRepaired);
-    ASSERT_EQ(report.warnings.size(), 1u);
-    EXPECT_NE(report.warnings[0].find("Ghost"), std::string::npos) << report.warnings[0];
+    ASSERT_EQ(report.diagnostics.size(), 1u);
+    EXPECT_EQ(report.diagnostics[0].code, Kora::Dxf::ReadCode::kUndefinedName);
+    EXPECT_NE(report.diagnostics[0].message.find("Ghost"), std::string::npos) << report.diagnostics[0].message;
 
     int lines = 0, references = 0;
     KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId());

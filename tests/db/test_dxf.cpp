@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <numbers>
 #include <sstream>
 #include <sys/resource.h>
@@ -560,11 +561,12 @@ TEST(KoDbDxf, MalformedFilesFailWithFileAndLine)
 {
     const fs::path dir = workDir("malformed");
     const std::string good = smallDrawing();
+    using Kora::Dxf::ReadCode;
     struct Case {
         const char* file;
         std::string text;
         Kora::ErrorStatus status;
-        const char* says;
+        ReadCode code;
     };
     std::string badNumber = good;
     badNumber.replace(badNumber.find(" 11\n1.0\n"), 8, " 11\n1,0x\n");
@@ -575,15 +577,16 @@ TEST(KoDbDxf, MalformedFilesFailWithFileAndLine)
     std::string r12 = good;
     r12.replace(r12.find("AC1027"), 6, "AC1009");
     const Case cases[] = {
-        {"empty.dxf", "", Kora::eBadDxfFile, "empty"},
-        {"binary.dxf", std::string("Vendor  Binary DXF\r\n\x1a\0", 22) + "junk", Kora::eUnsupportedFileFormat, "binary"},
-        {"truncated.dxf", good.substr(0, good.size() / 2), Kora::eBadDxfFile, "line"},
-        {"number.dxf", badNumber, Kora::eBadDxfFile, "is not a number"},
-        {"code.dxf", badCode, Kora::eBadDxfFile, "group code was expected"},
-        {"unknown-code.dxf", unknownCode, Kora::eBadDxfFile, "invalid group code 2000"},
-        {"r12.dxf", r12, Kora::eBadDxfFile, "AC1009"},
-        {"prose.dxf", "This is not a drawing.\n", Kora::eBadDxfFile, "group code"},
-        {"no-value.dxf", "  0\nSECTION\n  2\n", Kora::eBadDxfFile, "without its value"},
+        {"empty.dxf", "", Kora::eBadDxfFile, ReadCode::kEmptyFile},
+        {"binary.dxf", std::string("Vendor  Binary DXF\r\n\x1a\0", 22) + "junk", Kora::eUnsupportedFileFormat,
+         ReadCode::kBinaryFile},
+        {"truncated.dxf", good.substr(0, good.size() / 2), Kora::eBadDxfFile, ReadCode::kTruncated},
+        {"number.dxf", badNumber, Kora::eBadDxfFile, ReadCode::kBadValue},
+        {"code.dxf", badCode, Kora::eBadDxfFile, ReadCode::kMalformedTag},
+        {"unknown-code.dxf", unknownCode, Kora::eBadDxfFile, ReadCode::kMalformedTag},
+        {"r12.dxf", r12, Kora::eBadDxfFile, ReadCode::kOldRelease},
+        {"prose.dxf", "This is not a drawing.\n", Kora::eBadDxfFile, ReadCode::kMalformedTag},
+        {"no-value.dxf", "  0\nSECTION\n  2\n", Kora::eBadDxfFile, ReadCode::kTruncated},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.file);
@@ -593,32 +596,76 @@ TEST(KoDbDxf, MalformedFilesFailWithFileAndLine)
         KoDbDatabase db;
         const KoDbObjectId model = db.modelSpaceId();
         KoString message;
-        EXPECT_EQ(kodbReadDxfFile(db, wide(p), &message), c.status);
+        KoDbDxfReadReport report;
+        EXPECT_EQ(kodbReadDxfFile(db, wide(p), &message, &report), c.status);
+        ASSERT_FALSE(report.diagnostics.empty());
+        const auto& d = report.diagnostics.back();
+        EXPECT_EQ(d.code, c.code) << d.message;
+        EXPECT_EQ(d.severity, Kora::Severity::kError);
+        // People get the file, the line where there is one, and the record's words.
         const std::string m = message.toUtf8();
         EXPECT_NE(m.find(p.string()), std::string::npos) << m;
-        EXPECT_NE(m.find(c.says), std::string::npos) << m;
+        EXPECT_NE(m.find(d.message), std::string::npos) << m;
         if (c.status == Kora::eBadDxfFile && !c.text.empty()) {
-            EXPECT_NE(m.find(", line "), std::string::npos) << m;
+            EXPECT_NE(m.find(", line " + std::to_string(d.place.line) + ":"), std::string::npos) << m;
         }
         EXPECT_EQ(db.modelSpaceId(), model);
         EXPECT_EQ(db.openObjectCount(), 0);
     }
     KoDbDatabase db;
     KoString message;
-    EXPECT_EQ(kodbReadDxfFile(db, wide(dir / "missing.dxf"), &message), Kora::eFileNotFound);
+    KoDbDxfReadReport report;
+    EXPECT_EQ(kodbReadDxfFile(db, wide(dir / "missing.dxf"), &message, &report), Kora::eFileNotFound);
     EXPECT_NE(message.toUtf8().find("missing.dxf"), std::string::npos);
+    ASSERT_EQ(report.diagnostics.size(), 1u);
+    EXPECT_EQ(report.diagnostics[0].code, ReadCode::kCannotOpen);
 
     // The number error names the very line of the bad value.
     KoDbDatabase bad(false);
-    kodbReadDxf(bad, badNumber, L"mem.dxf", &message);
+    kodbReadDxf(bad, badNumber, L"mem.dxf", &message, &report);
     const size_t at = badNumber.find("1,0x");
     const long line = std::count(badNumber.begin(), badNumber.begin() + static_cast<long>(at), '\n');  // the code's line
+    ASSERT_EQ(report.diagnostics.size(), 1u);
+    EXPECT_EQ(report.diagnostics[0].place.line, static_cast<uint64_t>(line));
     EXPECT_NE(message.toUtf8().find("line " + std::to_string(line) + ":"), std::string::npos) << message.toUtf8();
 
     // A read is refused while the target has open objects.
     KoDbDatabase busy;
     KoDbObjectPointer<KoDbBlockTableRecord> model(busy.modelSpaceId());
-    EXPECT_EQ(kodbReadDxf(busy, good, L"good.dxf", &message), Kora::eInvalidOpenState);
+    EXPECT_EQ(kodbReadDxf(busy, good, L"good.dxf", &message, &report), Kora::eInvalidOpenState);
+    ASSERT_EQ(report.diagnostics.size(), 1u);
+    EXPECT_EQ(report.diagnostics[0].code, ReadCode::kDrawingBusy);
+}
+
+TEST(KoDbDxf, RepairsAreRecordsWithTheLineOfTheirRecord)
+{
+    using Kora::Dxf::ReadCode;
+    std::string text = smallDrawing();
+    auto recordAt = [&](size_t from, const char* name) {
+        return text.find(std::string("  0\n") + name + "\n", from);
+    };
+    auto lineOf = [&](size_t at) { return static_cast<uint64_t>(std::count(text.begin(), text.begin() + static_cast<long>(at), '\n') + 1); };
+    // A second LINE with the first one's handle, and layer "0" defined twice.
+    const size_t line = recordAt(text.find("ENTITIES"), "LINE");
+    text.insert(line, text.substr(line, text.find("  0\n", line + 1) - line));
+    const size_t layer = recordAt(0, "LAYER");
+    const size_t layerEnd = text.find("  0\n", layer + 1);
+    text.insert(layerEnd, text.substr(layer, layerEnd - layer));
+    const uint64_t secondLayerLine = lineOf(layerEnd);
+
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"mem.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    std::map<ReadCode, uint64_t> seen;
+    for (const auto& d : report.diagnostics) {
+        EXPECT_EQ(d.severity, Kora::Severity::kRepaired) << d.message;
+        seen[d.code] = d.place.line;
+    }
+    ASSERT_EQ(seen.size(), 2u);
+    ASSERT_TRUE(seen.contains(ReadCode::kDuplicateHandle));
+    ASSERT_TRUE(seen.contains(ReadCode::kDuplicateRecord));
+    EXPECT_EQ(seen[ReadCode::kDuplicateRecord], secondLayerLine);
 }
 
 TEST(KoDbDxf, UnknownDataIsKeptAndRepairsAreReported)
@@ -638,8 +685,10 @@ TEST(KoDbDxf, UnknownDataIsKeptAndRepairsAreReported)
     KoDbDxfReadReport report;
     ASSERT_EQ(kodbReadDxf(db, text, L"mem.dxf", &message, &report), Kora::eOk) << message.toUtf8();
     EXPECT_EQ(report.unknownEntities["ACME_WIDGET"], 1);
-    ASSERT_EQ(report.warnings.size(), 1u) << report.warnings.back();
-    EXPECT_NE(report.warnings[0].find("Ghosts"), std::string::npos);
+    ASSERT_EQ(report.diagnostics.size(), 1u) << report.diagnostics.back().message;
+    EXPECT_EQ(report.diagnostics[0].code, Kora::Dxf::ReadCode::kUndefinedName);
+    EXPECT_EQ(report.diagnostics[0].severity, Kora::Severity::kRepaired);
+    EXPECT_NE(report.diagnostics[0].message.find("Ghosts"), std::string::npos);
     std::string out;
     ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
     const size_t at = out.find("ACME_WIDGET");
@@ -841,4 +890,38 @@ TEST(KoDbDxf, RegressionPaddedNumberInKeptTag)
     EXPECT_NE(out.find(" 93\n1056964608\n"), std::string::npos);
     KoDbDatabase again(false);
     EXPECT_EQ(kodbReadDxf(again, out, L"rewritten.dxf", &message), Kora::eOk) << message.toUtf8();
+}
+
+TEST(KoDbDxf, EntityFieldsThatDoNotFitTheModel)
+{
+    std::string text = smallDrawing();
+    const std::string extra =
+        // No radius: a circle the model cannot hold, kept whole.
+        "  0\nCIRCLE\n  5\nFFF0\n100\nAcDbEntity\n  8\n0\n100\nAcDbCircle\n 10\n3.0\n 20\n4.0\n 30\n0.0\n"
+        // A justification past the last one, taken as the last (fit).
+        "  0\nTEXT\n  5\nFFF1\n100\nAcDbEntity\n  8\n0\n100\nAcDbText\n 10\n1.0\n 20\n1.0\n 30\n0.0\n 40\n2.5\n"
+        "  1\nfit\n 72\n9\n 11\n9.0\n 21\n1.0\n 31\n0.0\n100\nAcDbText\n"
+        // A code the line's subclass does not model, kept in its place.
+        "  0\nLINE\n  5\nFFF2\n100\nAcDbEntity\n  8\n0\n100\nAcDbLine\n 10\n0.0\n 20\n0.0\n 30\n0.0\n"
+        " 11\n5.0\n 21\n0.0\n 31\n0.0\n 91\n42\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"fields.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities.size(), 1u);
+    EXPECT_EQ(report.unknownEntities["CIRCLE"], 1);
+
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    const auto record = [&](const std::string& handle) {
+        const size_t at = out.find("  5\n" + handle + "\n");
+        EXPECT_NE(at, std::string::npos) << handle;
+        return at == std::string::npos ? std::string() : out.substr(at, out.find("  0\n", at) - at);
+    };
+    EXPECT_NE(record("FFF0").find(" 10\n3.0\n 20\n4.0\n"), std::string::npos) << record("FFF0");
+    const std::string fit = record("FFF1");
+    EXPECT_NE(fit.find(" 72\n5\n 11\n9.0\n"), std::string::npos) << fit;
+    const std::string line = record("FFF2");
+    EXPECT_NE(line.find(" 91\n42\n"), std::string::npos) << line;
 }

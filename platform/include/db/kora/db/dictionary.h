@@ -64,6 +64,7 @@ protected:
     Kora::ErrorStatus subErase(bool erasing) override;
 
 private:
+    friend struct KoDbAccess;
     int find(const KoString& key) const;
 
     std::vector<Entry> m_entries;

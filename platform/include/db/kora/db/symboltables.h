@@ -77,6 +77,7 @@ protected:
     virtual bool acceptsRecord(const KoDbSymbolTableRecord* record) const;
 
 private:
+    friend struct KoDbAccess;
     void rebuildIndex() const;
 
     std::string m_dxfName;

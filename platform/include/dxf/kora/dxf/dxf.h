@@ -9,14 +9,45 @@
 
 #include "kora/db/audit.h"
 #include "kora/db/database.h"
+#include "kora/diagnostics.h"
 
-// What a read met that the database keeps without modelling it.
+namespace Kora::Dxf {
+
+// What the DXF reader can meet. A read that fails reports one of the
+// errors last; repairs are reported as it goes on.
+enum class ReadCode : unsigned char {
+    // Errors: the file is not read.
+    kCannotOpen,         // the file could not be opened
+    kEmptyFile,
+    kBinaryFile,         // binary DXF, which is not read
+    kDrawingBusy,        // the target drawing has objects open
+    kOutOfMemory,
+    kMalformedTag,       // a line that is no group code, or an unknown code
+    kTruncated,          // the file ends inside a record or section
+    kBadValue,           // a value that does not suit its group code
+    kUnexpectedTag,      // a tag the file's structure has no place for
+    kOldRelease,         // older than AC1015
+    kBadStructure,       // sections, tables or blocks out of place or missing
+    kBadExtendedData,
+    kBadHatch,           // hatch boundary data that cannot be followed
+    // Repairs: the drawing is read with the change the message names.
+    kDuplicateHandle,
+    kUndefinedName,      // a layer or linetype used but never defined
+    kDuplicateRecord,
+    kUnterminatedSequence,
+    kOrphanEntries,      // dictionary entries without their objects
+};
+
+}  // namespace Kora::Dxf
+
+// What a read met that the database keeps without modelling it, and the
+// problems it met.
 struct KoDbDxfReadReport {
     std::string version;                          // $ACADVER
     std::map<std::string, int> unknownEntities;   // DXF name -> count, kept opaque
     std::map<std::string, int> unknownObjects;    // DXF name -> count, kept opaque
     int preservedTags = 0;                        // tags of known classes kept as read
-    std::vector<std::string> warnings;            // repairs made while reading
+    Kora::Diagnostics<Kora::Dxf::ReadCode> diagnostics;
     Kora::Diagnostics<Kora::Db::AuditCode> audit; // what the audit after reading found
 };
 
@@ -29,7 +60,9 @@ struct KoDbDxfReadReport {
 enum class KoDbDxfReadMode { kRecover, kStrict };
 
 // Reads DXF text from memory into `database` (whose contents it replaces).
-// `name` stands for the source in messages.
+// `name` stands for the source in messages. On failure `message` says
+// "name, line N: what" (or "name: what" where no line applies), and the
+// report's last diagnostic holds the same problem as a record.
 KORA_API Kora::ErrorStatus kodbReadDxf(KoDbDatabase& database, std::string_view bytes, const KoString& name,
                                        KoString* message = nullptr, KoDbDxfReadReport* report = nullptr,
                                        KoDbDxfReadMode mode = KoDbDxfReadMode::kRecover);

@@ -1,0 +1,216 @@
+#include "dxfentitykinds.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <numbers>
+#include <type_traits>
+
+#include "kora/db/underlay.h"
+
+namespace Kora::Dxf {
+
+namespace {
+
+template <class>
+struct SetterArg;
+template <class C, class A>
+struct SetterArg<Kora::ErrorStatus (C::*)(A)> {
+    using type = std::remove_cvref_t<A>;
+};
+
+template <class E, auto Get, auto Set>
+constexpr EntityField number(int code, FieldType type, bool always = false, double usual = 0.0)
+{
+    return {.code = code,
+            .type = type,
+            .always = always,
+            .usual = usual,
+            .number = [](const KoDbEntity& e) -> double { return (static_cast<const E&>(e).*Get)(); },
+            .setNumber = [](KoDbEntity& e, double v) { return (static_cast<E&>(e).*Set)(v); }};
+}
+
+// An integer, or an enumeration whose values outside [Lo, Hi] are taken
+// as the nearest one.
+template <class E, auto Get, auto Set, int Lo = INT_MIN, int Hi = INT_MAX>
+constexpr EntityField integer(int code, bool always = false)
+{
+    using Value = typename SetterArg<decltype(Set)>::type;
+    return {.code = code,
+            .type = FieldType::Int,
+            .always = always,
+            .number = [](const KoDbEntity& e) -> double { return static_cast<int>((static_cast<const E&>(e).*Get)()); },
+            .setNumber = [](KoDbEntity& e, double v) {
+                return (static_cast<E&>(e).*Set)(static_cast<Value>(std::clamp(static_cast<int>(v), Lo, Hi)));
+            }};
+}
+
+template <class E, auto Get, auto Set>
+constexpr EntityField text(int code, const wchar_t* usual = nullptr)
+{
+    return {.code = code,
+            .type = FieldType::Text,
+            .always = usual == nullptr,
+            .usualText = usual,
+            .text = [](const KoDbEntity& e) -> KoString { return (static_cast<const E&>(e).*Get)(); },
+            .setText = [](KoDbEntity& e, const KoString& v) { return (static_cast<E&>(e).*Set)(v); }};
+}
+
+template <class E, auto Get, auto Set>
+constexpr EntityField point(int code, FieldType type = FieldType::Point, bool (*written)(const KoDbEntity&) = nullptr)
+{
+    using Value = std::remove_cvref_t<decltype((std::declval<const E&>().*Get)())>;
+    constexpr bool flat = std::is_same_v<Value, KoGePoint2d>;
+    return {.code = code,
+            .type = flat ? FieldType::Point2 : type,
+            .always = type == FieldType::Point,
+            .written = written,
+            .point = [](const KoDbEntity& e) {
+                const Value& v = (static_cast<const E&>(e).*Get)();
+                if constexpr (flat) return KoGePoint3d(v.x, v.y, 0.0);
+                else return KoGePoint3d(v.x, v.y, v.z);
+            },
+            .setPoint = [](KoDbEntity& e, const KoGePoint3d& p) {
+                if constexpr (flat) return (static_cast<E&>(e).*Set)(Value {p.x, p.y});
+                else return (static_cast<E&>(e).*Set)(Value {p.x, p.y, p.z});
+            }};
+}
+
+constexpr EntityField required(EntityField f)
+{
+    f.required = true;
+    return f;
+}
+
+template <class E>
+bool is(const KoDbEntity* e)
+{
+    return E::cast(e) != nullptr;
+}
+
+template <class E>
+KoDbEntity* make()
+{
+    return new E;
+}
+
+constexpr std::array kLineFields {
+    number<KoDbLine, &KoDbLine::thickness, &KoDbLine::setThickness>(39, FieldType::Real),
+    point<KoDbLine, &KoDbLine::startPoint, &KoDbLine::setStartPoint>(10),
+    point<KoDbLine, &KoDbLine::endPoint, &KoDbLine::setEndPoint>(11),
+    point<KoDbLine, &KoDbLine::normal, &KoDbLine::setNormal>(210, FieldType::Normal),
+};
+constexpr std::array kLine {EntitySubclass {"AcDbLine", kLineFields}};
+
+// Circles and arcs share the circle's subclass; a radius is required.
+template <class E>
+constexpr std::array kCircleFields {
+    number<E, &E::thickness, &E::setThickness>(39, FieldType::Real),
+    point<E, &E::center, &E::setCenter>(10),
+    required(number<E, &E::radius, &E::setRadius>(40, FieldType::Real, true)),
+    point<E, &E::normal, &E::setNormal>(210, FieldType::Normal),
+};
+constexpr std::array kCircle {EntitySubclass {"AcDbCircle", kCircleFields<KoDbCircle>}};
+
+constexpr std::array kArcFields {
+    number<KoDbArc, &KoDbArc::startAngle, &KoDbArc::setStartAngle>(50, FieldType::Angle, true),
+    number<KoDbArc, &KoDbArc::endAngle, &KoDbArc::setEndAngle>(51, FieldType::Angle, true),
+};
+constexpr std::array kArc {EntitySubclass {"AcDbCircle", kCircleFields<KoDbArc>}, EntitySubclass {"AcDbArc", kArcFields}};
+
+constexpr std::array kPointFields {
+    point<KoDbPoint, &KoDbPoint::position, &KoDbPoint::setPosition>(10),
+    number<KoDbPoint, &KoDbPoint::thickness, &KoDbPoint::setThickness>(39, FieldType::Real),
+    point<KoDbPoint, &KoDbPoint::normal, &KoDbPoint::setNormal>(210, FieldType::Normal),
+    number<KoDbPoint, &KoDbPoint::ecsRotation, &KoDbPoint::setEcsRotation>(50, FieldType::Angle),
+};
+constexpr std::array kPoint {EntitySubclass {"AcDbPoint", kPointFields}};
+
+constexpr std::array kViewportFields {
+    point<KoDbViewport, &KoDbViewport::centerPoint, &KoDbViewport::setCenterPoint>(10),
+    number<KoDbViewport, &KoDbViewport::width, &KoDbViewport::setWidth>(40, FieldType::Real, true),
+    number<KoDbViewport, &KoDbViewport::height, &KoDbViewport::setHeight>(41, FieldType::Real, true),
+    integer<KoDbViewport, &KoDbViewport::status, &KoDbViewport::setStatus>(68, true),
+    integer<KoDbViewport, &KoDbViewport::number, &KoDbViewport::setNumber>(69, true),
+    point<KoDbViewport, &KoDbViewport::viewCenter, &KoDbViewport::setViewCenter>(12),
+    point<KoDbViewport, &KoDbViewport::viewDirection, &KoDbViewport::setViewDirection>(16),
+    point<KoDbViewport, &KoDbViewport::viewTarget, &KoDbViewport::setViewTarget>(17),
+    number<KoDbViewport, &KoDbViewport::lensLength, &KoDbViewport::setLensLength>(42, FieldType::Real, true),
+    number<KoDbViewport, &KoDbViewport::viewHeight, &KoDbViewport::setViewHeight>(45, FieldType::Real, true),
+    number<KoDbViewport, &KoDbViewport::twistAngle, &KoDbViewport::setTwistAngle>(51, FieldType::Angle, true),
+    integer<KoDbViewport, &KoDbViewport::statusFlags, &KoDbViewport::setStatusFlags>(90, true),
+};
+constexpr std::array kViewport {EntitySubclass {"AcDbViewport", kViewportFields}};
+
+// The alignment point means something only for text not set at its
+// start on the base line.
+bool aligned(const KoDbEntity& e)
+{
+    const auto& t = static_cast<const KoDbText&>(e);
+    return t.horizontalMode() != KoDbText::kTextLeft || t.verticalMode() != KoDbText::kTextBase;
+}
+
+using T = KoDbText;
+constexpr std::array kTextFields {
+    number<T, &T::thickness, &T::setThickness>(39, FieldType::Real),
+    point<T, &T::position, &T::setPosition>(10),
+    number<T, &T::height, &T::setHeight>(40, FieldType::Real, true),
+    text<T, &T::textString, &T::setTextString>(1),
+    number<T, &T::rotation, &T::setRotation>(50, FieldType::Angle),
+    number<T, &T::widthFactor, &T::setWidthFactor>(41, FieldType::Real, false, 1.0),
+    number<T, &T::oblique, &T::setOblique>(51, FieldType::Angle),
+    text<T, &T::textStyleName, &T::setTextStyleName>(7, L"Standard"),
+    integer<T, &T::generationFlags, &T::setGenerationFlags>(71),
+    integer<T, &T::horizontalMode, &T::setHorizontalMode, 0, 5>(72),
+    point<T, &T::alignmentPoint, &T::setAlignmentPoint>(11, FieldType::Point, aligned),
+    point<T, &T::normal, &T::setNormal>(210, FieldType::Normal),
+};
+// The vertical mode has a subclass marker of its own before it.
+constexpr std::array kTextVerticalFields {integer<T, &T::verticalMode, &T::setVerticalMode, 0, 3>(73)};
+constexpr std::array kText {EntitySubclass {"AcDbText", kTextFields}, EntitySubclass {"AcDbText", kTextVerticalFields}};
+
+// An arc read without its angles is a whole circle's.
+KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
+
+// In the order an entity is matched: subclasses before their bases.
+const EntityKind kKinds[] = {
+    {"LINE", is<KoDbLine>, kLine, make<KoDbLine>},
+    {"ARC", is<KoDbArc>, kArc, makeArc},
+    {"CIRCLE", is<KoDbCircle>, kCircle, make<KoDbCircle>},
+    {"ELLIPSE", is<KoDbEllipse>, {}, nullptr},
+    {"LWPOLYLINE", is<KoDbPolyline>, {}, nullptr},
+    {"POLYLINE", is<KoDb3dPolyline>, {}, nullptr},
+    {"SPLINE", is<KoDbSpline>, {}, nullptr},
+    {"POINT", is<KoDbPoint>, kPoint, make<KoDbPoint>},
+    {"TEXT", is<KoDbText>, kText, make<KoDbText>},
+    {"MTEXT", is<KoDbMText>, {}, nullptr},
+    {"INSERT", is<KoDbBlockReference>, {}, nullptr},
+    {"HATCH", is<KoDbHatch>, {}, nullptr},
+    {"VIEWPORT", is<KoDbViewport>, kViewport, make<KoDbViewport>},
+    {"DGNUNDERLAY", is<KoDbDgnReference>, {}, nullptr},
+};
+
+}  // namespace
+
+bool EntityKind::isMarker(std::string_view name) const
+{
+    for (const EntitySubclass& s : subclasses)
+        if (s.marker == name) return true;
+    return false;
+}
+
+const EntityKind* entityKind(std::string_view dxfName)
+{
+    for (const EntityKind& k : kKinds)
+        if (k.dxfName == dxfName) return &k;
+    return nullptr;
+}
+
+const EntityKind* entityKind(const KoDbEntity* entity)
+{
+    for (const EntityKind& k : kKinds)
+        if (k.is(entity)) return &k;
+    return nullptr;
+}
+
+}  // namespace Kora::Dxf

@@ -1,0 +1,73 @@
+// The entity kinds files hold, described once for the reader, the writer
+// and kodbDxfName(): each kind's DXF name, the class that models it and,
+// for kinds made of plain values, its subclasses and their fields (group
+// code <-> property). Kinds whose data is not plain values (vertex lists,
+// boundaries, sub-records) have no fields here; the reader and writer have
+// code of their own for those.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "kora/db/entities.h"
+
+namespace Kora::Dxf {
+
+enum class FieldType : unsigned char {
+    Real,
+    Angle,   // degrees in files, radians in the model
+    Int,
+    Point,   // x at the code, y at code + 10, z at code + 20
+    Point2,  // x at the code, y at code + 10
+    Normal,  // a point-like vector, left out at the Z axis
+    Text,
+};
+
+struct EntityField {
+    int code = 0;
+    FieldType type = FieldType::Real;
+    // Written when `always`, or when the value is not the usual one (a
+    // number's `usual`, text other than `usualText` in any case, a normal
+    // off the Z axis); also only where `written` (if given) says so. When
+    // required, a record without it does not fit the model and is kept whole.
+    bool always = false;
+    bool required = false;
+    double usual = 0.0;
+    const wchar_t* usualText = nullptr;
+    bool (*written)(const KoDbEntity&) = nullptr;
+    double (*number)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setNumber)(KoDbEntity&, double) = nullptr;
+    KoGePoint3d (*point)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setPoint)(KoDbEntity&, const KoGePoint3d&) = nullptr;
+    KoString (*text)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setText)(KoDbEntity&, const KoString&) = nullptr;
+
+    bool isPoint() const { return type == FieldType::Point || type == FieldType::Point2 || type == FieldType::Normal; }
+    // Whether a group code is this field's (any coordinate of a point).
+    bool takes(int c) const
+    {
+        return c == code || (isPoint() && (c == code + 10 || (c == code + 20 && type != FieldType::Point2)));
+    }
+};
+
+struct EntitySubclass {
+    std::string_view marker;
+    std::span<const EntityField> fields;
+};
+
+struct EntityKind {
+    std::string_view dxfName;
+    bool (*is)(const KoDbEntity*);
+    // Empty for kinds read and written by code of their own.
+    std::span<const EntitySubclass> subclasses;
+    KoDbEntity* (*make)();
+
+    bool hasFields() const { return !subclasses.empty(); }
+    bool isMarker(std::string_view name) const;
+};
+
+// The kind of that DXF name, or of that entity; null for none.
+const EntityKind* entityKind(std::string_view dxfName);
+const EntityKind* entityKind(const KoDbEntity* entity);
+
+}  // namespace Kora::Dxf
