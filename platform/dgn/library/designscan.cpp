@@ -68,9 +68,9 @@ ErrorStatus scanDesignFile(const KoString& path, DesignScan& scan)
     const fs::path file(path.toUtf8());
     std::error_code ec;
     if (path.isEmpty() || !fs::exists(file, ec)) return eFileNotFound;
-    const auto bytes = readFileBytes(file);
+    auto bytes = readFileBytes(file);
     if (!bytes) return statusOf(bytes.error());
-    auto reader = Reader::open(*bytes);
+    auto reader = Reader::open(std::move(*bytes));
     if (!reader) return statusOf(reader.error());
 
     const DesignInfo& info = reader->info();

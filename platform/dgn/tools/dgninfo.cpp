@@ -146,7 +146,7 @@ int main(int argc, char** argv)
         return 1;
     }
     const FileKind kind = recognise(*bytes);
-    auto reader = Reader::open(*bytes);
+    auto reader = Reader::open(std::move(*bytes));
     if (!reader) {
         std::fprintf(stderr, "dgninfo: %s: %s\n", path, reader.error().message.c_str());
         return 1;

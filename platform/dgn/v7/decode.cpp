@@ -58,10 +58,11 @@ Body decodeBody(const Header& header, In& in, bool is3d)
 
 } // namespace
 
-Element decodeElement(std::span<const std::byte> bytes, bool is3d, std::string* problem)
+Element decodeElement(ElementBytes source, bool is3d, std::string* problem)
 {
     Element element;
-    element.source = bytes;
+    element.source = std::move(source);
+    const std::span<const std::byte> bytes = element.source;
     In in(bytes);
     Header& h = element.header;
     const std::uint8_t levelByte = in.byte(0);

@@ -98,8 +98,10 @@ double Units::lengthToUor(double master) const
     return master * uorPerMaster();
 }
 
-std::expected<Reader, ReadError> Reader::open(std::span<const std::byte> file)
+std::expected<Reader, ReadError> Reader::open(std::vector<std::byte> bytes)
 {
+    auto buffer = std::make_shared<const std::vector<std::byte>>(std::move(bytes));
+    const std::span<const std::byte> file(*buffer);
     const FileKind kind = recognise(file);
     switch (kind) {
     case FileKind::NotDgn:
@@ -120,8 +122,8 @@ std::expected<Reader, ReadError> Reader::open(std::span<const std::byte> file)
         return std::unexpected(makeError(ReadError::Code::Truncated,
                                          "truncated design header: the TCB needs " + std::to_string(TcbBytes)
                                              + " bytes, the file has " + std::to_string(file.size())));
-    Reader reader(file);
-    const Element tcbElement = decodeElement(file.first(TcbBytes), false);
+    Reader reader(buffer);
+    const Element tcbElement = decodeElement(ElementBytes(buffer, 0, TcbBytes), false);
     const Tcb& tcb = std::get<Tcb>(tcbElement.body);
     reader.m_info.kind = kind;
     reader.m_info.is3d = tcb.is3d;
@@ -160,7 +162,7 @@ bool Reader::next(Element& element)
         return false;
     }
     std::string problem;
-    element = decodeElement(m_file.subspan(m_offset, size), m_info.is3d, &problem);
+    element = decodeElement(ElementBytes(m_buffer, m_offset, size), m_info.is3d, &problem);
     element.offset = m_offset;
     element.index = m_index;
     if (!problem.empty()) m_diagnostics.push_back({m_offset, m_index, std::move(problem)});
@@ -193,8 +195,7 @@ bool Reader::next(Element& element)
 std::expected<Design, ReadError> readDesign(std::vector<std::byte> bytes)
 {
     Design design;
-    design.bytes = std::move(bytes);
-    auto reader = Reader::open(design.bytes);
+    auto reader = Reader::open(std::move(bytes));
     if (!reader) return std::unexpected(reader.error());
     design.info = reader->info();
     Element element;

@@ -250,7 +250,7 @@ Writer Writer::create(bool is3d, const Units& units)
 
 std::expected<Writer, ReadError> Writer::fromSeed(std::span<const std::byte> seed, SeedCopy copy)
 {
-    auto reader = Reader::open(seed);
+    auto reader = Reader::open({seed.begin(), seed.end()});
     if (!reader) return std::unexpected(reader.error());
     Writer w;
     w.m_info = reader->info();

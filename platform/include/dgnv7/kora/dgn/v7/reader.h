@@ -6,9 +6,11 @@
 // usually the digitizer setup and level symbology elements) and ends with
 // the word 0xFFFF or the end of the file.
 //
-// Reader decodes one element at a time from a byte span without copying the
-// file, so memory stays bounded by the file itself; readDesign() is the
-// convenience that collects every element.
+// Reader decodes one element at a time from the file's bytes, which it
+// holds; every element it yields shares that buffer instead of copying its
+// bytes, so memory stays bounded by the file itself and an element stays
+// valid after the reader is gone. readDesign() is the convenience that
+// collects every element.
 //
 // Faults: a fault in the file's structure (an element running past the end
 // of the file, a truncated element header, a TCB cut short) stops
@@ -97,9 +99,9 @@ struct DesignInfo {
 
 class Reader {
 public:
-    // Checks the signature and decodes the TCB; the file's bytes must stay
-    // alive while the reader and the elements it yields are used.
-    static std::expected<Reader, ReadError> open(std::span<const std::byte> file);
+    // Checks the signature and decodes the TCB. The reader takes the file's
+    // bytes and shares them with the elements it yields.
+    static std::expected<Reader, ReadError> open(std::vector<std::byte> file);
 
     const DesignInfo& info() const { return m_info; }
 
@@ -112,8 +114,9 @@ public:
     std::size_t offset() const { return m_offset; }
 
 private:
-    explicit Reader(std::span<const std::byte> file) : m_file(file) {}
+    explicit Reader(ElementBytes::Buffer file) : m_buffer(std::move(file)), m_file(*m_buffer) {}
 
+    ElementBytes::Buffer m_buffer;
     std::span<const std::byte> m_file;
     DesignInfo m_info;
     std::size_t m_offset = 0;
@@ -125,10 +128,8 @@ private:
     bool m_inBSpline = false;
 };
 
-// A whole design in memory. `bytes` owns the file's bytes that the
-// elements' `source` spans point into.
+// A whole design in memory; its elements share the file's bytes.
 struct Design {
-    std::vector<std::byte> bytes;
     DesignInfo info;
     std::vector<Element> elements;
     std::vector<Diagnostic> diagnostics;
@@ -144,6 +145,7 @@ std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesy
 // Decodes one element from its bytes (the 4-byte header included) in a
 // design of the given dimension. An element too short for its type's record
 // comes back as RawBody with the reason in `problem`.
-Element decodeElement(std::span<const std::byte> bytes, bool is3d, std::string* problem = nullptr);
+// The element keeps `bytes` as its source.
+Element decodeElement(ElementBytes bytes, bool is3d, std::string* problem = nullptr);
 
 } // namespace Kora::Dgn::V7
