@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-#include "kora/dgn/v7/naming.h"
+#include "kora/dgn/naming.h"
 #include "kora/dgn/v7/reader.h"
 
 namespace fs = std::filesystem;

@@ -3,10 +3,13 @@
 #include <cstring>
 #include <string>
 
-#include "kora/dgn/v7/naming.h"
+#include "kora/dgn/naming.h"
 #include "kora/dgn/v7/reader.h"
 
 using namespace Kora::Dgn::V7;
+using Kora::Dgn::colourName;
+using Kora::Dgn::lineStyleName;
+using Kora::Dgn::weightName;
 
 namespace {
 
