@@ -50,6 +50,20 @@ TEST(DgnReader, RecognisesFilesByTheirFirstBytes)
     auto missing = readDesignFile(sample("no-such-file.dgn"));
     ASSERT_FALSE(missing);
     EXPECT_EQ(missing.error().code, ReadError::Code::FileAccess);
+
+    // Files are recognised before they are read: an endless device and a
+    // 5 GB file of zeros (sparse, no disk used) are refused at once.
+    auto device = readFileBytes("/dev/zero");
+    ASSERT_FALSE(device);
+    EXPECT_EQ(device.error().code, ReadError::Code::NotDgn);
+    const auto zeros = Kora::Test::scratch("zeros") / "zeros.dgn";
+    std::ofstream(zeros).close();
+    std::filesystem::resize_file(zeros, std::uintmax_t{5} << 30);
+    auto big = readFileBytes(zeros);
+    ASSERT_FALSE(big);
+    EXPECT_EQ(big.error().code, ReadError::Code::NotDgn);
+    EXPECT_EQ(readFileBytes(sample("v8/test_dgnv8.dgn")).error().code, ReadError::Code::UnsupportedV8);
+    std::filesystem::remove(zeros);
 }
 
 TEST(DgnReader, ReadsTheDesignHeaderAndUnitsOfEachSample)

@@ -22,6 +22,7 @@ ErrorStatus statusOf(const ReadError& error)
     case ReadError::Code::CellLibrary:
         return eUnsupportedFileFormat;
     case ReadError::Code::FileAccess:
+    case ReadError::Code::TooLong:
         return eFileAccessErr;
     case ReadError::Code::Truncated:
         break;

@@ -27,6 +27,29 @@ ReadError makeError(ReadError::Code code, std::string message, std::size_t offse
     return ReadError{code, std::move(message), offset, index};
 }
 
+// Why bytes of this kind cannot be read as a design; `subject` leads the
+// message (the file's name, or nothing for bytes in memory).
+std::optional<ReadError> refusal(FileKind kind, bool empty, const std::string& subject)
+{
+    switch (kind) {
+    case FileKind::NotDgn:
+        return makeError(ReadError::Code::NotDgn,
+                         subject + (empty ? "empty file: not a DGN file" : "not a DGN file (unknown signature)"));
+    case FileKind::V8:
+        return makeError(ReadError::Code::UnsupportedV8,
+                         subject + "V8 DGN file (compound document): only V7 files can be read");
+    case FileKind::V7CellLibrary:
+        return makeError(ReadError::Code::CellLibrary, subject + "V7 cell library, not a design file");
+    case FileKind::V7Design2d:
+    case FileKind::V7Design3d:
+        break;
+    }
+    return std::nullopt;
+}
+
+// The longest signature recognise() looks at.
+constexpr std::size_t SignatureBytes = 8;
+
 } // namespace
 
 FileKind recognise(std::span<const std::byte> firstBytes)
@@ -103,19 +126,7 @@ std::expected<Reader, ReadError> Reader::open(std::vector<std::byte> bytes)
     auto buffer = std::make_shared<const std::vector<std::byte>>(std::move(bytes));
     const std::span<const std::byte> file(*buffer);
     const FileKind kind = recognise(file);
-    switch (kind) {
-    case FileKind::NotDgn:
-        return std::unexpected(makeError(ReadError::Code::NotDgn,
-                                         file.empty() ? "empty file: not a DGN file" : "not a DGN file (unknown signature)"));
-    case FileKind::V8:
-        return std::unexpected(makeError(ReadError::Code::UnsupportedV8,
-                                         "V8 DGN file (compound document): only V7 files can be read"));
-    case FileKind::V7CellLibrary:
-        return std::unexpected(makeError(ReadError::Code::CellLibrary, "V7 cell library, not a design file"));
-    case FileKind::V7Design2d:
-    case FileKind::V7Design3d:
-        break;
-    }
+    if (auto refused = refusal(kind, file.empty(), {})) return std::unexpected(std::move(*refused));
     // The signature is the header of a whole TCB (766 words follow), which
     // must be in the file to be of use.
     if (TcbBytes > file.size())
@@ -217,15 +228,31 @@ std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesy
     if (!file)
         return std::unexpected(makeError(ReadError::Code::FileAccess,
                                          "cannot open " + path.string() + ": " + std::strerror(errno)));
-    // Reserving the file's size keeps the buffer at the size of the file
-    // instead of the doubling growth of a vector; the loop still reads to
-    // the real end in case the file grew in between.
-    std::vector<std::byte> bytes;
+    // The first bytes say what the file is: anything but a V7 design is
+    // refused before the rest is read, however long (or endless) it is.
+    std::vector<std::byte> bytes(SignatureBytes);
+    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
+    if (std::ferror(file.get()))
+        return std::unexpected(makeError(ReadError::Code::FileAccess, "cannot read " + path.string()));
+    if (auto refused = refusal(recognise(bytes), bytes.empty(), path.string() + ": "))
+        return std::unexpected(std::move(*refused));
+
+    // A regular file is read whole, its size reserved so the buffer does not
+    // grow by doubling (the loop still reads to the real end in case the file
+    // grew in between). Anything else (a pipe, a device) has no size to
+    // trust and is read up to a bound.
     std::error_code ec;
-    if (const auto size = std::filesystem::file_size(path, ec); !ec) bytes.reserve(size);
+    const bool regular = std::filesystem::is_regular_file(path, ec);
+    if (const auto size = std::filesystem::file_size(path, ec); regular && !ec) bytes.reserve(size);
     std::byte chunk[65536];
     std::size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
+    while ((got = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
+        bytes.insert(bytes.end(), chunk, chunk + got);
+        if (!regular && bytes.size() > MaxUnsizedFileBytes)
+            return std::unexpected(makeError(ReadError::Code::TooLong,
+                                             path.string() + ": not a regular file and longer than "
+                                                 + std::to_string(MaxUnsizedFileBytes) + " bytes"));
+    }
     if (std::ferror(file.get()))
         return std::unexpected(makeError(ReadError::Code::FileAccess, "cannot read " + path.string()));
     return bytes;

@@ -50,6 +50,7 @@ struct ReadError {
         UnsupportedV8,   // a V8 compound document
         CellLibrary,     // a cell library, not a design
         FileAccess,      // the file could not be opened or read
+        TooLong,         // a pipe or device gave more than MaxUnsizedFileBytes
         Truncated,       // an element header or body runs past the end of the file
     };
     Code code = Code::NotDgn;
@@ -140,6 +141,11 @@ struct Design {
 // that want the elements before the fault use Reader.
 std::expected<Design, ReadError> readDesign(std::vector<std::byte> bytes);
 std::expected<Design, ReadError> readDesignFile(const std::filesystem::path& path);
+// The bytes of a V7 design file. Its first bytes are read and recognised
+// before anything else: what is no V7 design (V8, a cell library, anything
+// else) is refused at once, with the file's name in the message. A file that
+// is not a regular file (a pipe, a device) is read up to MaxUnsizedFileBytes.
+inline constexpr std::size_t MaxUnsizedFileBytes = std::size_t{1} << 30;
 std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesystem::path& path);
 
 // Decodes one element from its bytes (the 4-byte header included) in a
