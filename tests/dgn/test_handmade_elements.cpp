@@ -72,9 +72,9 @@ void check(const Case& c)
 {
     SCOPED_TRACE(c.name);
     ASSERT_EQ(c.bytes.size() % 2, 0u);
-    std::string problem;
+    Diagnostic problem;
     const Element e = decodeElement(ElementBytes(c.bytes), c.is3d, &problem);
-    EXPECT_EQ(problem, "");
+    EXPECT_EQ(problem.code, Diagnostic::Code::None) << problem.message;
     EXPECT_EQ(e.type(), c.type);
     EXPECT_TRUE(e.body == c.expected) << "decoded record differs from the values the bytes were written with";
 

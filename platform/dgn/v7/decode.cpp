@@ -56,9 +56,17 @@ Body decodeBody(const Header& header, In& in, bool is3d)
     }
 }
 
+void report(Diagnostic* problem, Diagnostic::Code code, Diagnostic::Severity severity, std::string message)
+{
+    if (!problem) return;
+    problem->code = code;
+    problem->severity = severity;
+    problem->message = std::move(message);
+}
+
 } // namespace
 
-Element decodeElement(ElementBytes source, bool is3d, std::string* problem)
+Element decodeElement(ElementBytes source, bool is3d, Diagnostic* problem)
 {
     Element element;
     element.source = std::move(source);
@@ -72,7 +80,8 @@ Element decodeElement(ElementBytes source, bool is3d, std::string* problem)
     h.type = static_cast<ElementType>(typeByte & 0x7F);
     h.deleted = (typeByte & 0x80) != 0;
     if (!in.ok()) {
-        if (problem) *problem = "element shorter than its 4-byte header";
+        report(problem, Diagnostic::Code::ShortElement, Diagnostic::Severity::Error,
+               "element shorter than its 4-byte header");
         return element;
     }
 
@@ -99,21 +108,23 @@ Element decodeElement(ElementBytes source, bool is3d, std::string* problem)
         }
     } else if (hasDisplayHeader(h.type)) {
         // Too short for a display header: nothing more can be said about it.
-        if (problem) *problem = "element too short for its display header (" + std::to_string(bytes.size()) + " bytes)";
+        report(problem, Diagnostic::Code::ShortElement, Diagnostic::Severity::Error,
+               "element too short for its display header (" + std::to_string(bytes.size()) + " bytes)");
         return element;
     }
 
     In record(bytes, bodyEnd);
     Body body = decodeBody(h, record, is3d);
     if (!in.ok() || !record.ok()) {
-        if (problem)
-            *problem = "element too short for a " + elementTypeName(h.type) + " record (" + std::to_string(bytes.size())
-                + " bytes); kept as raw bytes";
+        report(problem, Diagnostic::Code::ShortElement, Diagnostic::Severity::Error,
+               "element too short for a " + elementTypeName(h.type) + " record (" + std::to_string(bytes.size())
+                   + " bytes); kept as raw bytes");
         return element;
     }
     // Types without a record may use the attribute index for something else.
-    if (badAttributeIndex && problem && !std::holds_alternative<RawBody>(body))
-        *problem = "attribute index points outside the element; linkages ignored";
+    if (badAttributeIndex && !std::holds_alternative<RawBody>(body))
+        report(problem, Diagnostic::Code::AttributeIndexOutside, Diagnostic::Severity::Warning,
+               "attribute index points outside the element; linkages ignored");
     element.body = std::move(body);
     return element;
 }

@@ -140,7 +140,7 @@ std::expected<Reader, ReadError> Reader::open(std::vector<std::byte> bytes)
     reader.m_info.is3d = tcb.is3d;
     reader.m_info.units = {tcb.masterName, tcb.subName, tcb.subPerMaster, tcb.uorPerSub, tcb.globalOrigin};
     if (tcb.subPerMaster <= 0 || tcb.uorPerSub <= 0)
-        reader.m_diagnostics.push_back({0, 0,
+        reader.m_diagnostics.push_back({Diagnostic::Code::NoWorkingUnits, Diagnostic::Severity::Warning, 0, 0,
                                         "the TCB gives no working units (sub units per master " + std::to_string(tcb.subPerMaster)
                                             + ", UOR per sub unit " + std::to_string(tcb.uorPerSub)
                                             + "); coordinates are read as UOR"});
@@ -172,11 +172,15 @@ bool Reader::next(Element& element)
         m_done = true;
         return false;
     }
-    std::string problem;
+    Diagnostic problem;
     element = decodeElement(ElementBytes(m_buffer, m_offset, size), m_info.is3d, &problem);
     element.offset = m_offset;
     element.index = m_index;
-    if (!problem.empty()) m_diagnostics.push_back({m_offset, m_index, std::move(problem)});
+    if (problem.code != Diagnostic::Code::None) {
+        problem.offset = m_offset;
+        problem.elementIndex = m_index;
+        m_diagnostics.push_back(std::move(problem));
+    }
 
     // B-spline knots, weights and boundaries mean something only right
     // after their curve or surface header and poles.
@@ -190,7 +194,7 @@ bool Reader::next(Element& element)
     case ElementType::BSplineBoundary:
     case ElementType::BSplinePole:
         if (!m_inBSpline)
-            m_diagnostics.push_back({m_offset, m_index,
+            m_diagnostics.push_back({Diagnostic::Code::BSplineComponentAlone, Diagnostic::Severity::Warning, m_offset, m_index,
                                      elementTypeName(element.type()) + " element without a B-spline curve or surface header"});
         break;
     default:

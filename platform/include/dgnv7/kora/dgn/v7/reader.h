@@ -62,8 +62,24 @@ struct ReadError {
     std::string describe() const;
 };
 
+// What the reader met inside an element or the design header, in the shape
+// of the platform's other readers' records: callers and tests decide by the
+// code; the message is only ever shown.
 struct Diagnostic {
-    std::size_t offset = 0;
+    enum class Code {
+        None,
+        NoWorkingUnits,        // the TCB gives no units; coordinates are read as UOR
+        ShortElement,          // too short for its display header or record; kept as raw bytes
+        AttributeIndexOutside, // the attribute index points outside the element; linkages ignored
+        BSplineComponentAlone, // a knot, weight, boundary or pole without its curve or surface header
+    };
+    enum class Severity {
+        Warning, // read anyway; what was read may differ from what was meant
+        Error,   // the part named could not be read (it is kept as it is)
+    };
+    Code code = Code::None;
+    Severity severity = Severity::Warning;
+    std::size_t offset = 0;       // byte offset of the element
     std::size_t elementIndex = 0;
     std::string message;
 };
@@ -151,7 +167,8 @@ std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesy
 // Decodes one element from its bytes (the 4-byte header included) in a
 // design of the given dimension. An element too short for its type's record
 // comes back as RawBody with the reason in `problem`.
-// The element keeps `bytes` as its source.
-Element decodeElement(ElementBytes bytes, bool is3d, std::string* problem = nullptr);
+// The element keeps `bytes` as its source. A problem fills `problem`'s code,
+// severity and message; its place is the caller's to say.
+Element decodeElement(ElementBytes bytes, bool is3d, Diagnostic* problem = nullptr);
 
 } // namespace Kora::Dgn::V7
