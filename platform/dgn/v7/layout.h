@@ -74,8 +74,6 @@ public:
 
     std::size_t size() const { return m_bytes.size(); }
     bool ok() const { return m_ok; }
-    // For counts read from the element that its length cannot hold.
-    void markShort() { m_ok = false; }
     bool has(std::size_t offset, std::size_t count) const
     {
         return offset <= m_bytes.size() && count <= m_bytes.size() - offset;
