@@ -20,7 +20,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "bench_dgn: %s\n", bytes.error().message.c_str());
         return 1;
     }
-    auto reader = Reader::open(*bytes);
+    auto reader = Reader::open(std::move(*bytes));
     if (!reader) {
         std::fprintf(stderr, "bench_dgn: %s\n", reader.error().describe().c_str());
         return 1;

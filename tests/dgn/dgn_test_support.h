@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -20,11 +21,14 @@ inline std::filesystem::path sample(const std::string& name)
     return std::filesystem::path(KORA_TEST_DATA_DIR) / "dgn" / name;
 }
 
+// A sample's bytes as they are on disk, DGN or not.
 inline std::vector<std::byte> sampleBytes(const std::string& name)
 {
-    auto bytes = Kora::Dgn::V7::readFileBytes(sample(name));
-    if (!bytes) ADD_FAILURE() << "missing fixture " << name << ": " << bytes.error().message;
-    return bytes ? *bytes : std::vector<std::byte>{};
+    std::ifstream in(sample(name), std::ios::binary);
+    if (!in) ADD_FAILURE() << "missing fixture " << name;
+    std::vector<std::byte> bytes;
+    for (char c; in.get(c);) bytes.push_back(static_cast<std::byte>(c));
+    return bytes;
 }
 
 // A fresh folder for one test's files.

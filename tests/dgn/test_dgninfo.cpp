@@ -103,5 +103,6 @@ TEST(Dgninfo, ReportsUnitsAndRefusesWhatItCannotRead)
     EXPECT_NE(v8.status, 0);
     EXPECT_NE(v8.text.find("V8"), std::string::npos) << v8.text;
     EXPECT_NE(run(KORA_BIN_DIR "/dgninfo /no/such/file.dgn").status, 0);
+    EXPECT_NE(run(KORA_BIN_DIR "/dgninfo /dev/zero").status, 0); // refused by its first bytes, not read forever
     EXPECT_NE(run(KORA_BIN_DIR "/dgninfo " KORA_TEST_DATA_DIR "/dgn/v8/test_dgnv8_ref.csv").status, 0);
 }

@@ -1,5 +1,8 @@
 #include "dgn_test_support.h"
 
+#include <optional>
+#include <tuple>
+
 #include "kora/dgn/v7/writer.h"
 
 using namespace Kora::Dgn::V7;
@@ -22,9 +25,10 @@ TEST(DgnWriter, WritesEverySampleBackByteForByte)
     for (const char* name : {"smalltest.dgn", "seed_2d.dgn", "seed_3d.dgn", "seed3d-metric.dgn", "mixed-elements.dgn",
                              "malformed/knot_oob.dgn"}) {
         SCOPED_TRACE(name);
-        auto design = readDesignFile(sample(name));
+        const std::vector<std::byte> file = sampleBytes(name);
+        auto design = readDesign(file);
         ASSERT_TRUE(design);
-        std::vector<std::byte> expected(design->bytes.begin(), design->bytes.begin() + static_cast<std::ptrdiff_t>(designEnd(*design)));
+        std::vector<std::byte> expected(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(designEnd(*design)));
         expected.push_back(std::byte{0xFF});
         expected.push_back(std::byte{0xFF});
 
@@ -39,17 +43,51 @@ TEST(DgnWriter, WritesEverySampleBackByteForByte)
         written.push_back(std::byte{0xFF});
         EXPECT_EQ(written, expected);
 
-        auto copy = Writer::fromSeed(design->bytes, SeedCopy::Everything);
+        auto copy = Writer::fromSeed(file, SeedCopy::Everything);
         ASSERT_TRUE(copy);
         EXPECT_EQ(copy->finish(), expected);
     }
 }
 
+TEST(DgnWriter, ElementsOutliveTheReaderAndTheBufferTheyCameFrom)
+{
+    // Elements kept from a reader, and a copy of a design, after the reader,
+    // the design and their buffers are gone: each is still written back
+    // byte for byte over its own bytes.
+    std::vector<Element> kept;
+    bool keptIs3d = false;
+    std::optional<Design> copy;
+    {
+        auto reader = Reader::open(sampleBytes("mixed-elements.dgn"));
+        ASSERT_TRUE(reader);
+        keptIs3d = reader->info().is3d;
+        Element e;
+        while (reader->next(e)) kept.push_back(e);
+        auto design = readDesignFile(sample("smalltest.dgn"));
+        ASSERT_TRUE(design);
+        copy = *design;
+    }
+    for (const auto& [name, elements, is3d] : {std::tuple{"mixed-elements.dgn", &kept, keptIs3d},
+                                               std::tuple{"smalltest.dgn", &copy->elements, copy->info.is3d}}) {
+        SCOPED_TRACE(name);
+        ASSERT_FALSE(elements->empty());
+        const std::vector<std::byte> file = sampleBytes(name);
+        for (const Element& e : *elements) {
+            auto bytes = encodeElement(e, is3d);
+            ASSERT_TRUE(bytes) << bytes.error();
+            ASSERT_LE(e.offset + bytes->size(), file.size());
+            EXPECT_TRUE(std::equal(bytes->begin(), bytes->end(), file.begin() + static_cast<std::ptrdiff_t>(e.offset)))
+                << "element " << e.index;
+        }
+    }
+}
+
 TEST(DgnWriter, EditedElementsKeepWhatTheRecordDoesNotSay)
 {
-    auto design = readDesignFile(sample("mixed-elements.dgn"));
+    const std::vector<std::byte> file = sampleBytes("mixed-elements.dgn");
+    auto design = readDesign(file);
     ASSERT_TRUE(design);
-    Writer writer = *Writer::fromSeed(design->bytes);
+    Writer writer = *Writer::fromSeed(file);
     // Move the first text, give it a new colour and level; its linkages stay.
     Element text = design->elements[7];
     text.as<Text>()->origin.x += 80000;

@@ -10,8 +10,8 @@ using namespace Kora::Dgn::V7;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const std::span<const std::byte> bytes(reinterpret_cast<const std::byte*>(data), size);
-    auto reader = Reader::open(bytes);
+    const auto* first = reinterpret_cast<const std::byte*>(data);
+    auto reader = Reader::open({first, first + size});
     if (!reader) return 0;
     const bool is3d = reader->info().is3d;
     (void)reader->info().units.toMaster(IntPoint{1, 2, 3});
@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             if (encoded.error().starts_with("internal")) std::abort();
             continue;
         }
-        const Element again = decodeElement(*encoded, is3d);
+        const Element again = decodeElement(ElementBytes(std::move(*encoded)), is3d);
         if (!(again.body == element.body) || again.header.attributes != element.header.attributes) std::abort();
     }
     return 0;

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-#include "kora/dgn/v7/naming.h"
+#include "kora/dgn/naming.h"
 #include "kora/dgn/v7/reader.h"
 
 namespace fs = std::filesystem;
@@ -22,6 +22,7 @@ ErrorStatus statusOf(const ReadError& error)
     case ReadError::Code::CellLibrary:
         return eUnsupportedFileFormat;
     case ReadError::Code::FileAccess:
+    case ReadError::Code::TooLong:
         return eFileAccessErr;
     case ReadError::Code::Truncated:
         break;
@@ -68,9 +69,9 @@ ErrorStatus scanDesignFile(const KoString& path, DesignScan& scan)
     const fs::path file(path.toUtf8());
     std::error_code ec;
     if (path.isEmpty() || !fs::exists(file, ec)) return eFileNotFound;
-    const auto bytes = readFileBytes(file);
+    auto bytes = readFileBytes(file);
     if (!bytes) return statusOf(bytes.error());
-    auto reader = Reader::open(*bytes);
+    auto reader = Reader::open(std::move(*bytes));
     if (!reader) return statusOf(reader.error());
 
     const DesignInfo& info = reader->info();

@@ -1,9 +1,11 @@
 #include "kora/dgn/hostservices.h"
 
-#include <unistd.h>
-
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 
+#include "kora/atomicfile.h"
 #include "kora/sysvars.h"
 #include "kora/userpaths.h"
 
@@ -32,14 +34,17 @@ int koraInstallMissingSeeds(const KoString& sourceFolder)
     std::error_code ec;
     int copied = 0;
     for (const auto& entry : fs::directory_iterator(sourceFolder.toUtf8(), ec)) {
-        if (entry.path().extension() != ".dgn" || fs::exists(target / entry.path().filename(), ec)) continue;
-        // Copied under a temporary name and renamed, so a seed is either
-        // whole or absent.
-        const fs::path temporary = target / (entry.path().filename().string() + ".part" + std::to_string(getpid()));
-        if (fs::copy_file(entry.path(), temporary, fs::copy_options::overwrite_existing, ec))
-            fs::rename(temporary, target / entry.path().filename(), ec);
-        if (ec) fs::remove(temporary, ec);
-        else ++copied;
+        const fs::path seed = target / entry.path().filename();
+        // A seed the user has (theirs or one copied before) is never replaced.
+        if (entry.path().extension() != ".dgn" || fs::exists(fs::symlink_status(seed, ec))) continue;
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        if (!in.eof() && in.fail()) continue;
+        // Written whole or not at all; checked again just before the rename
+        // in case the user saved a seed of that name meanwhile.
+        auto writer = Kora::AtomicFileWriter::create(seed);
+        if (!writer || !writer->write(bytes) || fs::exists(fs::symlink_status(seed, ec))) continue;
+        if (writer->commit()) ++copied;
     }
     return copied;
 }

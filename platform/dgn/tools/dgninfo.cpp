@@ -3,10 +3,13 @@
 #include <cstring>
 #include <string>
 
-#include "kora/dgn/v7/naming.h"
+#include "kora/dgn/naming.h"
 #include "kora/dgn/v7/reader.h"
 
 using namespace Kora::Dgn::V7;
+using Kora::Dgn::colourName;
+using Kora::Dgn::lineStyleName;
+using Kora::Dgn::weightName;
 
 namespace {
 
@@ -146,7 +149,7 @@ int main(int argc, char** argv)
         return 1;
     }
     const FileKind kind = recognise(*bytes);
-    auto reader = Reader::open(*bytes);
+    auto reader = Reader::open(std::move(*bytes));
     if (!reader) {
         std::fprintf(stderr, "dgninfo: %s: %s\n", path, reader.error().message.c_str());
         return 1;

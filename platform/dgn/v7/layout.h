@@ -2,10 +2,12 @@
 // and the encoder. Offsets are bytes from the start of the element.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "kora/dgn/v7/elements.h"
@@ -59,14 +61,19 @@ inline std::int32_t rangeToStored(std::int32_t value) { return rangeFromStored(v
 
 // Reads never go past the element: a read out of bounds yields 0 and marks
 // the reader as failed, so a decoder reads its whole record and checks once.
+// `recordEnd` is where the attribute linkages start; a field that runs to the
+// end of the record (group data, pixels, knots) stops there.
 class In {
 public:
-    explicit In(std::span<const std::byte> bytes) : m_bytes(bytes) {}
+    static constexpr bool Reading = true;
+
+    explicit In(std::span<const std::byte> bytes, std::size_t recordEnd = SIZE_MAX)
+        : m_bytes(bytes), m_recordEnd(std::min(recordEnd, bytes.size()))
+    {
+    }
 
     std::size_t size() const { return m_bytes.size(); }
     bool ok() const { return m_ok; }
-    // For counts read from the element that its length cannot hold.
-    void markShort() { m_ok = false; }
     bool has(std::size_t offset, std::size_t count) const
     {
         return offset <= m_bytes.size() && count <= m_bytes.size() - offset;
@@ -101,10 +108,36 @@ public:
     }
     std::vector<std::byte> bytes(std::size_t offset, std::size_t count)
     {
-        if (!has(offset, count)) return fail<std::vector<std::byte>>();
-        return {m_bytes.begin() + static_cast<std::ptrdiff_t>(offset),
-                m_bytes.begin() + static_cast<std::ptrdiff_t>(offset + count)};
+        std::vector<std::byte> out;
+        bytes(offset, out, count);
+        return out;
     }
+
+    // Field-style access, the same calls as Out and Measure make.
+    template <typename V> void byte(std::size_t offset, V& v) { v = static_cast<V>(byte(offset)); }
+    template <typename V> void word(std::size_t offset, V& v) { v = static_cast<V>(word(offset)); }
+    template <typename V> void int32(std::size_t offset, V& v) { v = static_cast<V>(int32(offset)); }
+    void vax(std::size_t offset, double& v) { v = vax(offset); }
+    void point(std::size_t offset, IntPoint& p, bool is3d) { p = point(offset, is3d); }
+    void doublePoint(std::size_t offset, DoublePoint& p, bool is3d) { p = doublePoint(offset, is3d); }
+    template <typename Bytes> void bytes(std::size_t offset, Bytes& v, std::size_t count)
+    {
+        if (!has(offset, count)) {
+            m_ok = false;
+            v.clear();
+            return;
+        }
+        const auto* first = reinterpret_cast<const typename Bytes::value_type*>(m_bytes.data() + offset);
+        v.assign(first, first + count);
+    }
+    // Bytes from `offset` to the end of the record.
+    std::size_t toRecordEnd(std::size_t offset, std::size_t) const { return m_recordEnd > offset ? m_recordEnd - offset : 0; }
+    // What the element holds at `offset` before this field is handled.
+    std::uint8_t existing(std::size_t offset) { return byte(offset); }
+    void require(bool, const char*) {}
+    void atLeast(std::size_t) {}
+    void padding(std::size_t) {}
+    void even() {}
 
 private:
     template <typename T> T fail()
@@ -113,6 +146,7 @@ private:
         return T{};
     }
     std::span<const std::byte> m_bytes;
+    std::size_t m_recordEnd;
     bool m_ok = true;
 };
 
@@ -123,16 +157,24 @@ private:
 // one survive in an unchanged element.
 class Out {
 public:
+    static constexpr bool Reading = false;
+
     explicit Out(std::vector<std::byte>& bytes) : m_bytes(bytes) {}
 
     bool ok() const { return m_ok; }
-    void byte(std::size_t offset, std::uint8_t value)
+    template <typename V> void byte(std::size_t offset, const V& value)
     {
-        const std::byte b{value};
+        const std::byte b{static_cast<std::uint8_t>(value)};
         bytes(offset, std::span<const std::byte>(&b, 1));
     }
-    void word(std::size_t offset, std::uint16_t value) { put(offset, encodeWord(value)); }
-    void int32(std::size_t offset, std::int32_t value) { put(offset, encodeInt32(value)); }
+    template <typename V> void word(std::size_t offset, const V& value)
+    {
+        put(offset, encodeWord(static_cast<std::uint16_t>(value)));
+    }
+    template <typename V> void int32(std::size_t offset, const V& value)
+    {
+        put(offset, encodeInt32(static_cast<std::int32_t>(value)));
+    }
     void vax(std::size_t offset, double value)
     {
         if (fits(offset, 8) && decodeVaxDouble(std::span<const std::byte, 8>(m_bytes.data() + offset, 8)) == value)
@@ -159,6 +201,19 @@ public:
         }
         if (!data.empty()) std::memcpy(m_bytes.data() + offset, data.data(), data.size());
     }
+    template <typename Bytes> void bytes(std::size_t offset, const Bytes& v, std::size_t count)
+    {
+        bytes(offset, std::as_bytes(std::span(v.data(), std::min(count, v.size()))));
+    }
+    std::size_t toRecordEnd(std::size_t, std::size_t size) const { return size; }
+    std::uint8_t existing(std::size_t offset) const
+    {
+        return fits(offset, 1) ? std::to_integer<std::uint8_t>(m_bytes[offset]) : 0;
+    }
+    void require(bool, const char*) {}
+    void atLeast(std::size_t) {}
+    void padding(std::size_t) {}
+    void even() {}
 
 private:
     bool fits(std::size_t offset, std::size_t count) const
@@ -171,6 +226,40 @@ private:
     }
     std::vector<std::byte>& m_bytes;
     bool m_ok = true;
+};
+
+// Walks a record without bytes: where it ends, how many zero bytes follow it
+// when it has no linkages, and the first reason it cannot be written.
+class Measure {
+public:
+    static constexpr bool Reading = false;
+
+    std::size_t end() const { return m_end; }
+    std::size_t trailingPadding() const { return m_padding; }
+    const std::string& problem() const { return m_problem; }
+
+    template <typename V> void byte(std::size_t offset, const V&) { cover(offset, 1); }
+    template <typename V> void word(std::size_t offset, const V&) { cover(offset, 2); }
+    template <typename V> void int32(std::size_t offset, const V&) { cover(offset, 4); }
+    void vax(std::size_t offset, double) { cover(offset, 8); }
+    void point(std::size_t offset, const IntPoint&, bool is3d) { cover(offset, pointSize(is3d)); }
+    void doublePoint(std::size_t offset, const DoublePoint&, bool is3d) { cover(offset, doublePointSize(is3d)); }
+    template <typename Bytes> void bytes(std::size_t offset, const Bytes&, std::size_t count) { cover(offset, count); }
+    std::size_t toRecordEnd(std::size_t, std::size_t size) const { return size; }
+    std::uint8_t existing(std::size_t) const { return 0; }
+    void require(bool condition, const char* problem)
+    {
+        if (!condition && m_problem.empty()) m_problem = problem;
+    }
+    void atLeast(std::size_t size) { m_end = std::max(m_end, size); }
+    void padding(std::size_t count) { m_padding = count; }
+    void even() { m_end += m_end % 2; }
+
+private:
+    void cover(std::size_t offset, std::size_t count) { m_end = std::max(m_end, offset + count); }
+    std::size_t m_end = 0;
+    std::size_t m_padding = 0;
+    std::string m_problem;
 };
 
 } // namespace Kora::Dgn::V7::Layout

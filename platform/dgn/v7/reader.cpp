@@ -27,6 +27,29 @@ ReadError makeError(ReadError::Code code, std::string message, std::size_t offse
     return ReadError{code, std::move(message), offset, index};
 }
 
+// Why bytes of this kind cannot be read as a design; `subject` leads the
+// message (the file's name, or nothing for bytes in memory).
+std::optional<ReadError> refusal(FileKind kind, bool empty, const std::string& subject)
+{
+    switch (kind) {
+    case FileKind::NotDgn:
+        return makeError(ReadError::Code::NotDgn,
+                         subject + (empty ? "empty file: not a DGN file" : "not a DGN file (unknown signature)"));
+    case FileKind::V8:
+        return makeError(ReadError::Code::UnsupportedV8,
+                         subject + "V8 DGN file (compound document): only V7 files can be read");
+    case FileKind::V7CellLibrary:
+        return makeError(ReadError::Code::CellLibrary, subject + "V7 cell library, not a design file");
+    case FileKind::V7Design2d:
+    case FileKind::V7Design3d:
+        break;
+    }
+    return std::nullopt;
+}
+
+// The longest signature recognise() looks at.
+constexpr std::size_t SignatureBytes = 8;
+
 } // namespace
 
 FileKind recognise(std::span<const std::byte> firstBytes)
@@ -98,36 +121,26 @@ double Units::lengthToUor(double master) const
     return master * uorPerMaster();
 }
 
-std::expected<Reader, ReadError> Reader::open(std::span<const std::byte> file)
+std::expected<Reader, ReadError> Reader::open(std::vector<std::byte> bytes)
 {
+    auto buffer = std::make_shared<const std::vector<std::byte>>(std::move(bytes));
+    const std::span<const std::byte> file(*buffer);
     const FileKind kind = recognise(file);
-    switch (kind) {
-    case FileKind::NotDgn:
-        return std::unexpected(makeError(ReadError::Code::NotDgn,
-                                         file.empty() ? "empty file: not a DGN file" : "not a DGN file (unknown signature)"));
-    case FileKind::V8:
-        return std::unexpected(makeError(ReadError::Code::UnsupportedV8,
-                                         "V8 DGN file (compound document): only V7 files can be read"));
-    case FileKind::V7CellLibrary:
-        return std::unexpected(makeError(ReadError::Code::CellLibrary, "V7 cell library, not a design file"));
-    case FileKind::V7Design2d:
-    case FileKind::V7Design3d:
-        break;
-    }
+    if (auto refused = refusal(kind, file.empty(), {})) return std::unexpected(std::move(*refused));
     // The signature is the header of a whole TCB (766 words follow), which
     // must be in the file to be of use.
     if (TcbBytes > file.size())
         return std::unexpected(makeError(ReadError::Code::Truncated,
                                          "truncated design header: the TCB needs " + std::to_string(TcbBytes)
                                              + " bytes, the file has " + std::to_string(file.size())));
-    Reader reader(file);
-    const Element tcbElement = decodeElement(file.first(TcbBytes), false);
+    Reader reader(buffer);
+    const Element tcbElement = decodeElement(ElementBytes(buffer, 0, TcbBytes), false);
     const Tcb& tcb = std::get<Tcb>(tcbElement.body);
     reader.m_info.kind = kind;
     reader.m_info.is3d = tcb.is3d;
     reader.m_info.units = {tcb.masterName, tcb.subName, tcb.subPerMaster, tcb.uorPerSub, tcb.globalOrigin};
     if (tcb.subPerMaster <= 0 || tcb.uorPerSub <= 0)
-        reader.m_diagnostics.push_back({0, 0,
+        reader.m_diagnostics.push_back({Diagnostic::Code::NoWorkingUnits, Diagnostic::Severity::Warning, 0, 0,
                                         "the TCB gives no working units (sub units per master " + std::to_string(tcb.subPerMaster)
                                             + ", UOR per sub unit " + std::to_string(tcb.uorPerSub)
                                             + "); coordinates are read as UOR"});
@@ -159,11 +172,15 @@ bool Reader::next(Element& element)
         m_done = true;
         return false;
     }
-    std::string problem;
-    element = decodeElement(m_file.subspan(m_offset, size), m_info.is3d, &problem);
+    Diagnostic problem;
+    element = decodeElement(ElementBytes(m_buffer, m_offset, size), m_info.is3d, &problem);
     element.offset = m_offset;
     element.index = m_index;
-    if (!problem.empty()) m_diagnostics.push_back({m_offset, m_index, std::move(problem)});
+    if (problem.code != Diagnostic::Code::None) {
+        problem.offset = m_offset;
+        problem.elementIndex = m_index;
+        m_diagnostics.push_back(std::move(problem));
+    }
 
     // B-spline knots, weights and boundaries mean something only right
     // after their curve or surface header and poles.
@@ -177,7 +194,7 @@ bool Reader::next(Element& element)
     case ElementType::BSplineBoundary:
     case ElementType::BSplinePole:
         if (!m_inBSpline)
-            m_diagnostics.push_back({m_offset, m_index,
+            m_diagnostics.push_back({Diagnostic::Code::BSplineComponentAlone, Diagnostic::Severity::Warning, m_offset, m_index,
                                      elementTypeName(element.type()) + " element without a B-spline curve or surface header"});
         break;
     default:
@@ -193,8 +210,7 @@ bool Reader::next(Element& element)
 std::expected<Design, ReadError> readDesign(std::vector<std::byte> bytes)
 {
     Design design;
-    design.bytes = std::move(bytes);
-    auto reader = Reader::open(design.bytes);
+    auto reader = Reader::open(std::move(bytes));
     if (!reader) return std::unexpected(reader.error());
     design.info = reader->info();
     Element element;
@@ -216,15 +232,31 @@ std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesy
     if (!file)
         return std::unexpected(makeError(ReadError::Code::FileAccess,
                                          "cannot open " + path.string() + ": " + std::strerror(errno)));
-    // Reserving the file's size keeps the buffer at the size of the file
-    // instead of the doubling growth of a vector; the loop still reads to
-    // the real end in case the file grew in between.
-    std::vector<std::byte> bytes;
+    // The first bytes say what the file is: anything but a V7 design is
+    // refused before the rest is read, however long (or endless) it is.
+    std::vector<std::byte> bytes(SignatureBytes);
+    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
+    if (std::ferror(file.get()))
+        return std::unexpected(makeError(ReadError::Code::FileAccess, "cannot read " + path.string()));
+    if (auto refused = refusal(recognise(bytes), bytes.empty(), path.string() + ": "))
+        return std::unexpected(std::move(*refused));
+
+    // A regular file is read whole, its size reserved so the buffer does not
+    // grow by doubling (the loop still reads to the real end in case the file
+    // grew in between). Anything else (a pipe, a device) has no size to
+    // trust and is read up to a bound.
     std::error_code ec;
-    if (const auto size = std::filesystem::file_size(path, ec); !ec) bytes.reserve(size);
+    const bool regular = std::filesystem::is_regular_file(path, ec);
+    if (const auto size = std::filesystem::file_size(path, ec); regular && !ec) bytes.reserve(size);
     std::byte chunk[65536];
     std::size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
+    while ((got = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
+        bytes.insert(bytes.end(), chunk, chunk + got);
+        if (!regular && bytes.size() > MaxUnsizedFileBytes)
+            return std::unexpected(makeError(ReadError::Code::TooLong,
+                                             path.string() + ": not a regular file and longer than "
+                                                 + std::to_string(MaxUnsizedFileBytes) + " bytes"));
+    }
     if (std::ferror(file.get()))
         return std::unexpected(makeError(ReadError::Code::FileAccess, "cannot read " + path.string()));
     return bytes;

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <limits>
 
-#include "layout.h"
+#include "records.h"
 
 namespace Kora::Dgn::V7 {
 
@@ -16,11 +16,6 @@ using namespace Layout;
 
 constexpr std::int32_t PlaneMin = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t PlaneMax = std::numeric_limits<std::int32_t>::max();
-
-std::uint16_t symbologyWord(const Symbology& s)
-{
-    return static_cast<std::uint16_t>((s.colour << 8) | ((s.weight & 0x1F) << 3) | (s.style & 0x7));
-}
 
 // Bounding box in UOR, grown point by point, rounded outwards.
 struct Box {
@@ -142,256 +137,27 @@ struct Sizing {
 
 Sizing sizeOf(const Element& e, bool is3d)
 {
-    constexpr std::size_t B = BodyOffset;
-    const std::size_t ps = pointSize(is3d);
-    const std::size_t os = orientationSize(is3d);
-    Sizing s;
-    std::visit(
-        [&](const auto& body) {
+    return std::visit(
+        [&](const auto& body) -> Sizing {
             using T = std::decay_t<decltype(body)>;
             if constexpr (std::is_same_v<T, RawBody>) {
-                if (e.source.size() < HeaderSize) s.problem = "an element without a record needs its source bytes";
-                s.bodyEnd = e.source.size();
-            } else if constexpr (std::is_same_v<T, Tcb>) {
-                s.bodyEnd = std::max(TcbBytes, HeaderSize + body.block.size());
-            } else if constexpr (std::is_same_v<T, DigitizerSetup>) {
-                s.bodyEnd = std::max(DigitizerSetupBytes, HeaderSize + body.block.size());
-            } else if constexpr (std::is_same_v<T, LevelSymbology>) {
-                s.bodyEnd = LevelSymbologyBytes;
-            } else if constexpr (std::is_same_v<T, ColourTable>) {
-                s.bodyEnd = ColourTableEnd;
-            } else if constexpr (std::is_same_v<T, GroupData>) {
-                s.bodyEnd = B + body.data.size();
-            } else if constexpr (std::is_same_v<T, CellHeader>) {
-                s.bodyEnd = B + 16 + 3 * ps + (is3d ? 36 : 16);
-            } else if constexpr (std::is_same_v<T, Line>) {
-                s.bodyEnd = B + 2 * ps;
-            } else if constexpr (std::is_same_v<T, Vertices>) {
-                if (body.points.size() > 65535) s.problem = "too many vertices";
-                s.bodyEnd = B + 2 + body.points.size() * ps;
-            } else if constexpr (std::is_same_v<T, TextNode>) {
-                s.bodyEnd = B + 22 + os + ps;
-            } else if constexpr (std::is_same_v<T, ComplexHeader>) {
-                s.bodyEnd = B + 4;
-                s.padding = 8; // four attribute words bring the header to its minimum size
-            } else if constexpr (std::is_same_v<T, SurfaceHeader>) {
-                s.bodyEnd = B + 6;
-                s.padding = 8;
-            } else if constexpr (std::is_same_v<T, Ellipse>) {
-                s.bodyEnd = B + 16 + os + doublePointSize(is3d);
-            } else if constexpr (std::is_same_v<T, Arc>) {
-                s.bodyEnd = B + 24 + os + doublePointSize(is3d);
-            } else if constexpr (std::is_same_v<T, Text>) {
-                if (body.text.size() > 255) s.problem = "text longer than 255 bytes";
-                if (body.editFields.size() % 3 != 0 || body.editFields.size() / 3 > 255)
-                    s.problem = "enter-data fields must be groups of three bytes, at most 255";
-                const std::size_t end = B + 10 + os + ps + 2 + body.text.size() + body.editFields.size();
-                s.bodyEnd = end + (end % 2);
-            } else if constexpr (std::is_same_v<T, PointString>) {
-                if (body.orientations.size() != body.points.size()) s.problem = "a point string needs one orientation per point";
-                if (body.points.size() > 65535) s.problem = "too many points";
-                s.bodyEnd = B + 2 + body.points.size() * (ps + 16);
-            } else if constexpr (std::is_same_v<T, Cone>) {
-                if (!is3d) s.problem = "cones exist only in 3D designs";
-                s.bodyEnd = B + 82;
-            } else if constexpr (std::is_same_v<T, BSplineCurveHeader>) {
-                s.bodyEnd = B + 10;
-            } else if constexpr (std::is_same_v<T, BSplineSurfaceHeader>) {
-                s.bodyEnd = B + 22;
-            } else if constexpr (std::is_same_v<T, BSplineBoundary>) {
-                if (body.points.size() > 65535) s.problem = "too many boundary points";
-                s.bodyEnd = B + 4 + 8 * body.points.size();
-            } else if constexpr (std::is_same_v<T, BSplineValues>) {
-                s.bodyEnd = B + 4 * body.values.size();
-            } else if constexpr (std::is_same_v<T, RasterHeader>) {
-                if (body.clip.size() > 65535) s.problem = "too many clip vertices";
-                s.bodyEnd = B + 46 + body.clip.size() * ps;
-            } else if constexpr (std::is_same_v<T, RasterData>) {
-                s.bodyEnd = B + 10 + body.pixels.size() + (body.pixels.size() % 2);
+                if (e.source.size() < HeaderSize) return {e.source.size(), 0, "an element without a record needs its source bytes"};
+                return {e.source.size(), 0, {}};
+            } else {
+                Measure m;
+                Records::fields(m, body, Records::Dims(is3d));
+                return {m.end(), m.trailingPadding(), m.problem()};
             }
         },
         e.body);
-    return s;
-}
-
-// A unit name ends at its first NUL; the bytes after it are left as the
-// block has them unless the name changed.
-void writeUnitName(Out& out, std::size_t offset, const std::string& name, const std::vector<std::byte>& block)
-{
-    std::string stored;
-    for (std::size_t i = 0; i < 2 && offset - HeaderSize + i < block.size(); ++i) {
-        const auto c = std::to_integer<char>(block[offset - HeaderSize + i]);
-        if (c == '\0') break;
-        stored += c;
-    }
-    if (stored == name) return;
-    for (std::size_t i = 0; i < 2; ++i) out.byte(offset + i, i < name.size() ? static_cast<std::uint8_t>(name[i]) : 0);
-}
-
-void writeOrientation(Out& out, std::size_t offset, const Orientation& o, bool is3d)
-{
-    if (is3d)
-        for (std::size_t i = 0; i < 4; ++i) out.int32(offset + 4 * i, o.quaternion[i]);
-    else
-        out.int32(offset, o.angle);
 }
 
 void writeBody(Out& out, const Element& e, bool is3d)
 {
-    constexpr std::size_t B = BodyOffset;
-    const std::size_t ps = pointSize(is3d);
-    const std::size_t os = orientationSize(is3d);
     std::visit(
         [&](const auto& body) {
-            using T = std::decay_t<decltype(body)>;
-            if constexpr (std::is_same_v<T, Tcb>) {
-                out.bytes(HeaderSize, body.block);
-                out.int32(TcbSubPerMaster, body.subPerMaster);
-                out.int32(TcbUorPerSub, body.uorPerSub);
-                writeUnitName(out, TcbMasterName, body.masterName, body.block);
-                writeUnitName(out, TcbSubName, body.subName, body.block);
-                out.doublePoint(TcbGlobalOrigin, body.globalOrigin, true);
-                std::uint8_t flags = std::to_integer<std::uint8_t>(body.block.size() > TcbDimensionFlags - HeaderSize
-                                                                       ? body.block[TcbDimensionFlags - HeaderSize]
-                                                                       : std::byte{0});
-                flags = static_cast<std::uint8_t>(body.is3d ? flags | TcbIs3dBit : flags & ~TcbIs3dBit);
-                out.byte(TcbDimensionFlags, flags);
-            } else if constexpr (std::is_same_v<T, DigitizerSetup>) {
-                out.bytes(HeaderSize, body.block);
-            } else if constexpr (std::is_same_v<T, LevelSymbology>) {
-                out.bytes(HeaderSize, std::span(body.block).first(std::min(body.block.size(), LevelSymbologyOffset - HeaderSize)));
-                for (std::size_t i = 0; i < body.levels.size(); ++i)
-                    out.word(LevelSymbologyOffset + 2 * i, symbologyWord(body.levels[i]));
-            } else if constexpr (std::is_same_v<T, ColourTable>) {
-                out.word(ColourTableScreenFlag, body.screenFlag);
-                for (std::size_t i = 0; i < body.stored.size(); ++i) {
-                    const std::size_t at = ColourTableEntries + 3 * i;
-                    out.byte(at, body.stored[i].r);
-                    out.byte(at + 1, body.stored[i].g);
-                    out.byte(at + 2, body.stored[i].b);
-                }
-            } else if constexpr (std::is_same_v<T, GroupData>) {
-                out.bytes(B, body.data);
-            } else if constexpr (std::is_same_v<T, CellHeader>) {
-                out.word(B, body.totalWords);
-                out.int32(B + 2, static_cast<std::int32_t>(body.name));
-                out.word(B + 6, body.classMap);
-                for (std::size_t i = 0; i < 4; ++i) out.word(B + 8 + 2 * i, body.levels[i]);
-                out.point(B + 16, body.rangeLow, is3d);
-                out.point(B + 16 + ps, body.rangeHigh, is3d);
-                const std::size_t count = is3d ? 9 : 4;
-                const std::size_t at = B + 16 + 2 * ps;
-                for (std::size_t i = 0; i < count; ++i) out.int32(at + 4 * i, body.transform[i]);
-                out.point(at + 4 * count, body.origin, is3d);
-            } else if constexpr (std::is_same_v<T, Line>) {
-                out.point(B, body.start, is3d);
-                out.point(B + ps, body.end, is3d);
-            } else if constexpr (std::is_same_v<T, Vertices>) {
-                out.word(B, static_cast<std::uint16_t>(body.points.size()));
-                for (std::size_t i = 0; i < body.points.size(); ++i) out.point(B + 2 + i * ps, body.points[i], is3d);
-            } else if constexpr (std::is_same_v<T, TextNode>) {
-                out.word(B, body.totalWords);
-                out.word(B + 2, body.stringCount);
-                out.word(B + 4, body.nodeNumber);
-                out.byte(B + 6, body.maxLength);
-                out.byte(B + 7, body.maxUsed);
-                out.byte(B + 8, body.font);
-                out.byte(B + 9, body.justification);
-                out.int32(B + 10, body.lineSpacing);
-                out.int32(B + 14, body.lengthMultiplier);
-                out.int32(B + 18, body.heightMultiplier);
-                writeOrientation(out, B + 22, body.orientation, is3d);
-                out.point(B + 22 + os, body.origin, is3d);
-            } else if constexpr (std::is_same_v<T, ComplexHeader>) {
-                out.word(B, body.totalWords);
-                out.word(B + 2, body.componentCount);
-            } else if constexpr (std::is_same_v<T, SurfaceHeader>) {
-                out.word(B, body.totalWords);
-                out.word(B + 2, body.componentCount);
-                out.byte(B + 4, body.surfaceType);
-                out.byte(B + 5, body.boundaryCountMinusOne);
-            } else if constexpr (std::is_same_v<T, Ellipse>) {
-                out.vax(B, body.primaryAxis);
-                out.vax(B + 8, body.secondaryAxis);
-                writeOrientation(out, B + 16, body.orientation, is3d);
-                out.doublePoint(B + 16 + os, body.origin, is3d);
-            } else if constexpr (std::is_same_v<T, Arc>) {
-                out.int32(B, body.startAngle);
-                // Sign and magnitude.
-                const std::uint32_t magnitude = body.sweepAngle < 0 ? 0u - static_cast<std::uint32_t>(body.sweepAngle)
-                                                                    : static_cast<std::uint32_t>(body.sweepAngle);
-                out.int32(B + 4, static_cast<std::int32_t>((magnitude & 0x7FFFFFFFu) | (body.sweepAngle < 0 ? 0x80000000u : 0u)));
-                out.vax(B + 8, body.primaryAxis);
-                out.vax(B + 16, body.secondaryAxis);
-                writeOrientation(out, B + 24, body.orientation, is3d);
-                out.doublePoint(B + 24 + os, body.origin, is3d);
-            } else if constexpr (std::is_same_v<T, Text>) {
-                out.byte(B, body.font);
-                out.byte(B + 1, body.justification);
-                out.int32(B + 2, body.lengthMultiplier);
-                out.int32(B + 6, body.heightMultiplier);
-                writeOrientation(out, B + 10, body.orientation, is3d);
-                out.point(B + 10 + os, body.origin, is3d);
-                const std::size_t at = B + 10 + os + ps;
-                out.byte(at, static_cast<std::uint8_t>(body.text.size()));
-                out.byte(at + 1, static_cast<std::uint8_t>(body.editFields.size() / 3));
-                out.bytes(at + 2, std::as_bytes(std::span(body.text.data(), body.text.size())));
-                out.bytes(at + 2 + body.text.size(), std::as_bytes(std::span(body.editFields)));
-            } else if constexpr (std::is_same_v<T, PointString>) {
-                out.word(B, static_cast<std::uint16_t>(body.points.size()));
-                for (std::size_t i = 0; i < body.points.size(); ++i) out.point(B + 2 + i * ps, body.points[i], is3d);
-                const std::size_t at = B + 2 + body.points.size() * ps;
-                for (std::size_t i = 0; i < body.orientations.size(); ++i)
-                    for (std::size_t k = 0; k < 4; ++k) out.int32(at + 16 * i + 4 * k, body.orientations[i][k]);
-            } else if constexpr (std::is_same_v<T, Cone>) {
-                out.word(B, body.coneType);
-                for (std::size_t i = 0; i < 4; ++i) out.int32(B + 2 + 4 * i, body.quaternion[i]);
-                out.doublePoint(B + 18, body.centre1, true);
-                out.vax(B + 42, body.radius1);
-                out.doublePoint(B + 50, body.centre2, true);
-                out.vax(B + 74, body.radius2);
-            } else if constexpr (std::is_same_v<T, BSplineCurveHeader>) {
-                out.int32(B, static_cast<std::int32_t>(body.descriptionWords));
-                out.word(B + 4, body.flags);
-                out.word(B + 6, body.poleCount);
-                out.word(B + 8, body.knotCount);
-            } else if constexpr (std::is_same_v<T, BSplineSurfaceHeader>) {
-                out.int32(B, static_cast<std::int32_t>(body.descriptionWords));
-                const std::uint16_t words[] = {body.uFlags, body.uPoleCount, body.uKnotCount, body.uRuleCount, body.vFlags,
-                                               body.vPoleCount, body.vKnotCount, body.vRuleCount, body.boundaryCount};
-                for (std::size_t i = 0; i < std::size(words); ++i) out.word(B + 4 + 2 * i, words[i]);
-            } else if constexpr (std::is_same_v<T, BSplineBoundary>) {
-                out.word(B, body.number);
-                out.word(B + 2, static_cast<std::uint16_t>(body.points.size()));
-                for (std::size_t i = 0; i < body.points.size(); ++i) {
-                    out.int32(B + 4 + 8 * i, body.points[i][0]);
-                    out.int32(B + 8 + 8 * i, body.points[i][1]);
-                }
-            } else if constexpr (std::is_same_v<T, BSplineValues>) {
-                for (std::size_t i = 0; i < body.values.size(); ++i) out.int32(B + 4 * i, body.values[i]);
-            } else if constexpr (std::is_same_v<T, RasterHeader>) {
-                out.int32(B, static_cast<std::int32_t>(body.totalWords));
-                out.word(B + 4, body.flags);
-                out.byte(B + 6, body.foreground);
-                out.byte(B + 7, body.background);
-                out.word(B + 8, body.xExtent);
-                out.word(B + 10, body.yExtent);
-                out.word(B + 12, body.reserved[0]);
-                out.word(B + 14, body.reserved[1]);
-                out.vax(B + 16, body.resolution);
-                out.vax(B + 24, body.scale);
-                out.point(B + 32, body.origin, true);
-                out.word(B + 44, static_cast<std::uint16_t>(body.clip.size()));
-                for (std::size_t i = 0; i < body.clip.size(); ++i) out.point(B + 46 + i * ps, body.clip[i], is3d);
-            } else if constexpr (std::is_same_v<T, RasterData>) {
-                out.word(B, body.flags);
-                out.byte(B + 2, body.foreground);
-                out.byte(B + 3, body.background);
-                out.word(B + 4, body.xOffset);
-                out.word(B + 6, body.yOffset);
-                out.word(B + 8, body.pixelCount);
-                out.bytes(B + 10, body.pixels);
-            }
+            if constexpr (!std::is_same_v<std::decay_t<decltype(body)>, RawBody>)
+                Records::fields(out, body, Records::Dims(is3d));
         },
         e.body);
 }
@@ -452,7 +218,7 @@ std::expected<std::vector<std::byte>, std::string> encodeElement(const Element& 
                                                                          : properties | Property::Attributes);
         }
         out.word(PropertiesOffset, properties);
-        out.word(SymbologyOffset, symbologyWord(h.symbology));
+        Records::symbology(out, SymbologyOffset, h.symbology);
     }
     if (!raw) {
         writeBody(out, e, is3d);
@@ -484,7 +250,7 @@ Writer Writer::create(bool is3d, const Units& units)
 
 std::expected<Writer, ReadError> Writer::fromSeed(std::span<const std::byte> seed, SeedCopy copy)
 {
-    auto reader = Reader::open(seed);
+    auto reader = Reader::open({seed.begin(), seed.end()});
     if (!reader) return std::unexpected(reader.error());
     Writer w;
     w.m_info = reader->info();

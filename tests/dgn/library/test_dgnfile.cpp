@@ -177,7 +177,7 @@ TEST(DgnFileProperties, FilesThatAreNoV7DesignFailAndLeaveTheRecord)
     const DgnFileProp before = prop;
     for (const fs::path& path : {sample("v8/test_dgnv8.dgn"), folder / "library.cel", folder / "empty.dgn",
                                  sample("v8/test_dgnv8_ref.csv"), folder / "truncated.dgn", folder / "missing.dgn",
-                                 folder}) {
+                                 folder, fs::path("/dev/zero")}) {
         SCOPED_TRACE(path.string());
         EXPECT_EQ(DgnFile::addPropFromDgnFile(wide(path), prop), KORTERROR);
         EXPECT_EQ(prop.models.size(), 1u);

@@ -32,7 +32,7 @@ struct DgnModelProp {
 
 // The properties of one DGN file. The four name lists hold the values that
 // the file's graphic elements use, in ascending number order, named as the
-// V7 codec names them (kora/dgn/v7/naming.h): levels "1".."63", line styles
+// DGN library names them (kora/dgn/naming.h): levels "1".."63", line styles
 // "Solid".."Long Dash Short Dash", weights "0".."31", colours "0".."255".
 struct DgnFileProp {
     int version = kDgnVersionUnknown;

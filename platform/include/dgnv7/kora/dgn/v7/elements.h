@@ -14,6 +14,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -403,18 +404,52 @@ using Body = std::variant<RawBody, Tcb, DigitizerSetup, LevelSymbology, ColourTa
                           PointString, Cone, BSplineCurveHeader, BSplineSurfaceHeader, BSplineBoundary,
                           BSplineValues, RasterHeader, RasterData>;
 
+// The bytes of one element inside a buffer it shares ownership of (the
+// whole file, as the reader read it). An element keeps its bytes alive:
+// it may outlive the reader and the file's buffer, and copies cheaply.
+class ElementBytes {
+public:
+    using Buffer = std::shared_ptr<const std::vector<std::byte>>;
+
+    ElementBytes() = default;
+    // A buffer of its own.
+    explicit ElementBytes(std::vector<std::byte> bytes)
+        : m_buffer(std::make_shared<const std::vector<std::byte>>(std::move(bytes))), m_size(m_buffer->size())
+    {
+    }
+    // `size` bytes at `offset` in a shared buffer; the caller keeps them inside it.
+    ElementBytes(Buffer buffer, std::size_t offset, std::size_t size)
+        : m_buffer(std::move(buffer)), m_offset(offset), m_size(size)
+    {
+    }
+
+    std::span<const std::byte> span() const
+    {
+        return m_buffer ? std::span<const std::byte>(m_buffer->data() + m_offset, m_size) : std::span<const std::byte>();
+    }
+    operator std::span<const std::byte>() const { return span(); }
+    const std::byte* begin() const { return span().data(); }
+    const std::byte* end() const { return begin() + m_size; }
+    std::size_t size() const { return m_size; }
+    bool empty() const { return m_size == 0; }
+
+private:
+    Buffer m_buffer;
+    std::size_t m_offset = 0;
+    std::size_t m_size = 0;
+};
+
 struct Element {
     Header header;
     Body body;
     // Where the element was read: its byte offset and index (0-based, the
-    // design header's elements included), and its bytes in the buffer it was
-    // read from. `source` is empty for elements made in memory and stays
-    // valid only while that buffer lives. The writer starts from these bytes
-    // so that whatever no record describes (reserved words, padding) is
-    // written back unchanged.
+    // design header's elements included), and its bytes. `source` is empty
+    // for elements made in memory. The writer starts from these bytes so
+    // that whatever no record describes (reserved words, padding) is written
+    // back unchanged.
     std::size_t offset = 0;
     std::size_t index = 0;
-    std::span<const std::byte> source;
+    ElementBytes source;
 
     ElementType type() const { return header.type; }
     template <typename T> const T* as() const { return std::get_if<T>(&body); }

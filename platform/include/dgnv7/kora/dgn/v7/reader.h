@@ -6,9 +6,11 @@
 // usually the digitizer setup and level symbology elements) and ends with
 // the word 0xFFFF or the end of the file.
 //
-// Reader decodes one element at a time from a byte span without copying the
-// file, so memory stays bounded by the file itself; readDesign() is the
-// convenience that collects every element.
+// Reader decodes one element at a time from the file's bytes, which it
+// holds; every element it yields shares that buffer instead of copying its
+// bytes, so memory stays bounded by the file itself and an element stays
+// valid after the reader is gone. readDesign() is the convenience that
+// collects every element.
 //
 // Faults: a fault in the file's structure (an element running past the end
 // of the file, a truncated element header, a TCB cut short) stops
@@ -48,6 +50,7 @@ struct ReadError {
         UnsupportedV8,   // a V8 compound document
         CellLibrary,     // a cell library, not a design
         FileAccess,      // the file could not be opened or read
+        TooLong,         // a pipe or device gave more than MaxUnsizedFileBytes
         Truncated,       // an element header or body runs past the end of the file
     };
     Code code = Code::NotDgn;
@@ -59,8 +62,24 @@ struct ReadError {
     std::string describe() const;
 };
 
+// What the reader met inside an element or the design header, in the shape
+// of the platform's other readers' records: callers and tests decide by the
+// code; the message is only ever shown.
 struct Diagnostic {
-    std::size_t offset = 0;
+    enum class Code {
+        None,
+        NoWorkingUnits,        // the TCB gives no units; coordinates are read as UOR
+        ShortElement,          // too short for its display header or record; kept as raw bytes
+        AttributeIndexOutside, // the attribute index points outside the element; linkages ignored
+        BSplineComponentAlone, // a knot, weight, boundary or pole without its curve or surface header
+    };
+    enum class Severity {
+        Warning, // read anyway; what was read may differ from what was meant
+        Error,   // the part named could not be read (it is kept as it is)
+    };
+    Code code = Code::None;
+    Severity severity = Severity::Warning;
+    std::size_t offset = 0;       // byte offset of the element
     std::size_t elementIndex = 0;
     std::string message;
 };
@@ -97,9 +116,9 @@ struct DesignInfo {
 
 class Reader {
 public:
-    // Checks the signature and decodes the TCB; the file's bytes must stay
-    // alive while the reader and the elements it yields are used.
-    static std::expected<Reader, ReadError> open(std::span<const std::byte> file);
+    // Checks the signature and decodes the TCB. The reader takes the file's
+    // bytes and shares them with the elements it yields.
+    static std::expected<Reader, ReadError> open(std::vector<std::byte> file);
 
     const DesignInfo& info() const { return m_info; }
 
@@ -112,8 +131,9 @@ public:
     std::size_t offset() const { return m_offset; }
 
 private:
-    explicit Reader(std::span<const std::byte> file) : m_file(file) {}
+    explicit Reader(ElementBytes::Buffer file) : m_buffer(std::move(file)), m_file(*m_buffer) {}
 
+    ElementBytes::Buffer m_buffer;
     std::span<const std::byte> m_file;
     DesignInfo m_info;
     std::size_t m_offset = 0;
@@ -125,10 +145,8 @@ private:
     bool m_inBSpline = false;
 };
 
-// A whole design in memory. `bytes` owns the file's bytes that the
-// elements' `source` spans point into.
+// A whole design in memory; its elements share the file's bytes.
 struct Design {
-    std::vector<std::byte> bytes;
     DesignInfo info;
     std::vector<Element> elements;
     std::vector<Diagnostic> diagnostics;
@@ -139,11 +157,18 @@ struct Design {
 // that want the elements before the fault use Reader.
 std::expected<Design, ReadError> readDesign(std::vector<std::byte> bytes);
 std::expected<Design, ReadError> readDesignFile(const std::filesystem::path& path);
+// The bytes of a V7 design file. Its first bytes are read and recognised
+// before anything else: what is no V7 design (V8, a cell library, anything
+// else) is refused at once, with the file's name in the message. A file that
+// is not a regular file (a pipe, a device) is read up to MaxUnsizedFileBytes.
+inline constexpr std::size_t MaxUnsizedFileBytes = std::size_t{1} << 30;
 std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesystem::path& path);
 
 // Decodes one element from its bytes (the 4-byte header included) in a
 // design of the given dimension. An element too short for its type's record
 // comes back as RawBody with the reason in `problem`.
-Element decodeElement(std::span<const std::byte> bytes, bool is3d, std::string* problem = nullptr);
+// The element keeps `bytes` as its source. A problem fills `problem`'s code,
+// severity and message; its place is the caller's to say.
+Element decodeElement(ElementBytes bytes, bool is3d, Diagnostic* problem = nullptr);
 
 } // namespace Kora::Dgn::V7

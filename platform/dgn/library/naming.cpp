@@ -1,9 +1,9 @@
-#include "kora/dgn/v7/naming.h"
+#include "kora/dgn/naming.h"
 
 #include <array>
 #include <cctype>
 
-namespace Kora::Dgn::V7 {
+namespace Kora::Dgn {
 
 namespace {
 
@@ -81,4 +81,4 @@ std::optional<int> colourFromName(std::string_view name)
     return numberFromName(name, 0, ColourCount - 1);
 }
 
-} // namespace Kora::Dgn::V7
+} // namespace Kora::Dgn
