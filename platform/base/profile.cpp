@@ -246,6 +246,7 @@ struct Document {
     // first, by the name it was asked for as given, which spares folding.
     Section* recentSection = nullptr;
     std::wstring recentSectionName;
+    Kora::Diagnostics<KoProfileCode> problems;  // what reading the file met
 };
 
 // Line text is handled as ASCII bytes or as decoded wide text (see
@@ -618,6 +619,13 @@ void compactText(Document& doc)
     doc.text = std::move(fresh);
 }
 
+void problem(Document& doc, KoProfileCode code, LineId id, std::string message)
+{
+    Kora::Place place;
+    if (id != kNoLine) place.line = id + 1;
+    doc.problems.push_back({code, Kora::Severity::kWarning, place, std::move(message)});
+}
+
 void classifyParsedLine(Document& doc, LineId id)
 {
     withText(doc.lines[id].raw(), doc.encoding, [&](auto text) {
@@ -625,6 +633,15 @@ void classifyParsedLine(Document& doc, LineId id)
         // Keys above the first section belong to no section: kept, never read.
         const LineKind kind = c.kind == LineKind::Key && doc.sections.empty() ? LineKind::Other : c.kind;
         doc.lines[id].kind = kind;
+        if (kind == LineKind::Other) {
+            const auto t = trimmed(text);
+            // While the file is parsed, line records are numbered in file order.
+            if (c.kind == LineKind::Key)
+                problem(doc, KoProfileCode::kKeyOutsideSection, id, "a key above the first section: kept, never read");
+            else if (!t.empty() && t.front() != ';')
+                problem(doc, KoProfileCode::kMeaninglessLine, id,
+                        "neither a section, a key nor a comment: kept, never read");
+        }
         if (kind == LineKind::Section) addSection(doc, id, foldedName(c.name));
         else if (kind == LineKind::Key) addKey(doc, doc.sections.back(), id, foldedName(c.name));
     });
@@ -680,6 +697,8 @@ void parse(Document& doc, std::string fileBytes)
         doc.last = id;
         classifyParsedLine(doc, id);
     }
+    if (unit == 2 && (bytes.size() - doc.bom.size()) % 2 != 0)
+        problem(doc, KoProfileCode::kDamagedText, doc.last, "the file ends in half a character");
 }
 
 // Adds a line of new text after another (kNoLine: first) with the file's
@@ -1121,25 +1140,49 @@ bool writeDocument(Kora::AtomicFileWriter& out, const Document& doc)
     return out.write(chunk).has_value();
 }
 
+// A file that is there but cannot be read: kept from ever being replaced.
+void refuse(KoProfileFile& file, KoProfileCode code, std::string message)
+{
+    forget(file);
+    file.unreadable = true;
+    file.doc.problems.push_back({code, Kora::Severity::kError, {}, std::move(message)});
+}
+
 void load(KoProfileFile& file)
 {
     const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
-        const bool missing = errno == ENOENT || errno == ENOTDIR;
-        forget(file);
-        file.unreadable = !missing;
+        const int error = errno;
+        if (error == ENOENT || error == ENOTDIR) forget(file);
+        else refuse(file, KoProfileCode::kCannotRead, std::strerror(error));
         return;
     }
     struct stat st;
     std::string bytes;
+    if (fstat(fd, &st) != 0) {
+        const int error = errno;
+        close(fd);
+        refuse(file, KoProfileCode::kCannotRead, std::strerror(error));
+        return;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        close(fd);
+        refuse(file, KoProfileCode::kNotAFile, S_ISDIR(st.st_mode) ? "a folder, not a file" : "not a regular file");
+        return;
+    }
     // Lines are counted and measured in 32 bits: a file of 4 GiB or more is
     // not for us to read, and so never replaced either.
-    const bool readable = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size < kNoLine;
-    if (readable) bytes.reserve(static_cast<size_t>(st.st_size));
-    if (!readable || !readAll(fd, bytes) || bytes.size() >= kNoLine) {
+    if (static_cast<uint64_t>(st.st_size) >= kNoLine) {
         close(fd);
-        forget(file);
-        file.unreadable = true;
+        refuse(file, KoProfileCode::kTooLarge, "4 GiB or more, which is not read");
+        return;
+    }
+    bytes.reserve(static_cast<size_t>(st.st_size));
+    if (!readAll(fd, bytes) || bytes.size() >= kNoLine) {
+        const int error = errno;
+        close(fd);
+        refuse(file, KoProfileCode::kCannotRead,
+               bytes.size() >= kNoLine ? "4 GiB or more, which is not read" : std::strerror(error));
         return;
     }
     forget(file);
@@ -1285,6 +1328,15 @@ unsigned koGetPrivateProfileString(const wchar_t* section, const wchar_t* key, c
     std::wstring_view fallback = defaultValue ? defaultValue : L"";
     while (!fallback.empty() && isBlank(fallback.back())) fallback.remove_suffix(1);
     return copyText(fallback, buffer, size);
+}
+
+Kora::Diagnostics<KoProfileCode> koProfileDiagnostics(const wchar_t* fileName)
+{
+    std::lock_guard guard(profileMutex());
+    KoProfileFile* file = cachedFile(fileName);
+    if (!file) return {};
+    refresh(*file);
+    return file->doc.problems;
 }
 
 unsigned koGetPrivateProfileInt(const wchar_t* section, const wchar_t* key, int defaultValue, const wchar_t* fileName)

@@ -303,6 +303,19 @@ TEST_F(Profile, DamagedFilesLoadWhatCanBeReadAndKeepTheRest)
     std::wstring list = readList(nullptr, broken, 64, &count);
     EXPECT_EQ(list.substr(0, 4), std::wstring(L"ok\0\0", 4));
     EXPECT_EQ(read(L"ok", L"nul", broken), L"a");
+    // What was kept without meaning is said, line by line.
+    const std::wstring stray = file("stray.ini");
+    putBytes(stray, "; comment\nk=above\n\n[S]\nk=1\nnot a key\n");
+    const auto problems = koProfileDiagnostics(stray.c_str());
+    ASSERT_EQ(problems.size(), 2u);
+    EXPECT_EQ(problems[0].code, KoProfileCode::kKeyOutsideSection);
+    EXPECT_EQ(problems[0].place.line, 2u);
+    EXPECT_EQ(problems[1].code, KoProfileCode::kMeaninglessLine);
+    EXPECT_EQ(problems[1].place.line, 6u);
+    EXPECT_EQ(problems[1].severity, Kora::Severity::kWarning);
+    putBytes(stray, std::string("\xFF\xFE[\0S\0]\0\n\0k\0=\0\x31\0 ", 17));
+    ASSERT_EQ(koProfileDiagnostics(stray.c_str()).size(), 1u);
+    EXPECT_EQ(koProfileDiagnostics(stray.c_str())[0].code, KoProfileCode::kDamagedText);
 
     // A 10 MB value is cut on reading and survives a write of another key.
     const std::wstring big = file("big.ini");
@@ -330,6 +343,8 @@ TEST_F(Profile, RefusedWritesChangeAndCreateNothing)
     fs::create_directory(diskPath(folder));
     EXPECT_FALSE(write(L"S", L"k", L"v", folder));
     EXPECT_TRUE(fs::is_directory(diskPath(folder)));
+    ASSERT_EQ(koProfileDiagnostics(folder.c_str()).size(), 1u);
+    EXPECT_EQ(koProfileDiagnostics(folder.c_str())[0].code, KoProfileCode::kNotAFile);
 
     // Names and values that would not read back as written.
     const std::wstring f = file("strict.ini");
@@ -347,6 +362,9 @@ TEST_F(Profile, RefusedWritesChangeAndCreateNothing)
     EXPECT_EQ(read(L"S", L"k", huge, L"d"), L"d");
     EXPECT_FALSE(write(L"S", L"k", L"2", huge));
     EXPECT_EQ(fs::file_size(diskPath(huge)), uintmax_t{4} << 30);
+    ASSERT_EQ(koProfileDiagnostics(huge.c_str()).size(), 1u);
+    EXPECT_EQ(koProfileDiagnostics(huge.c_str())[0].code, KoProfileCode::kTooLarge);
+    EXPECT_EQ(koProfileDiagnostics(huge.c_str())[0].severity, Kora::Severity::kError);
 }
 
 TEST_F(Profile, AWriteThroughALinkReplacesItsTargetAndKeepsTheLink)

@@ -11,6 +11,7 @@
 // as separator. A file of 4 GiB or more is not read, and so never replaced.
 #pragma once
 
+#include "kora/diagnostics.h"
 #include "kora/export.h"
 
 // Reads from an initialisation file.
@@ -45,6 +46,21 @@ KORA_API bool koWritePrivateProfileString(const wchar_t* section, const wchar_t*
 // ("key=value\0key=value\0\0"); nullptr or an empty list removes the
 // section whole.
 KORA_API bool koWritePrivateProfileSection(const wchar_t* section, const wchar_t* content, const wchar_t* fileName);
+
+// What reading an initialisation file met, by the code a caller decides on.
+enum class KoProfileCode : unsigned char {
+    kCannotRead,         // error: the file exists but could not be read
+    kNotAFile,           // error: a folder, device or pipe
+    kTooLarge,           // error: 4 GiB or more
+    kMeaninglessLine,    // warning: neither a section, a key nor a comment; kept, never read
+    kKeyOutsideSection,  // warning: a key above the first section; kept, never read
+    kDamagedText,        // warning: a UTF-16 file that ends in half a character
+};
+
+// The problems met when the file was last read from disk (read again now
+// if it changed), each with its line where it has one. An error means
+// the file is neither read nor ever replaced by the functions above.
+KORA_API Kora::Diagnostics<KoProfileCode> koProfileDiagnostics(const wchar_t* fileName);
 
 // A batch of calls on one file. While the (outermost) batch lives, writes
 // to the file change only the parsed copy, and the file is replaced once
