@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <functional>
 #include <numbers>
 #include <type_traits>
 
@@ -27,7 +28,7 @@ constexpr EntityField number(int code, FieldType type, bool always = false, doub
             .always = always,
             .usual = usual,
             .number = [](const KoDbEntity& e) -> double { return (static_cast<const E&>(e).*Get)(); },
-            .setNumber = [](KoDbEntity& e, double v) { return (static_cast<E&>(e).*Set)(v); }};
+            .setNumber = [](KoDbEntity& e, double v) { return std::invoke(Set, static_cast<E&>(e), v); }};
 }
 
 // An integer, or an enumeration whose values outside [Lo, Hi] are taken
@@ -71,8 +72,8 @@ constexpr EntityField point(int code, FieldType type = FieldType::Point, bool (*
                 else return KoGePoint3d(v.x, v.y, v.z);
             },
             .setPoint = [](KoDbEntity& e, const KoGePoint3d& p) {
-                if constexpr (flat) return (static_cast<E&>(e).*Set)(Value {p.x, p.y});
-                else return (static_cast<E&>(e).*Set)(Value {p.x, p.y, p.z});
+                if constexpr (flat) return std::invoke(Set, static_cast<E&>(e), Value {p.x, p.y});
+                else return std::invoke(Set, static_cast<E&>(e), Value {p.x, p.y, p.z});
             }};
 }
 
@@ -169,6 +170,33 @@ constexpr std::array kTextFields {
 constexpr std::array kTextVerticalFields {integer<T, &T::verticalMode, &T::setVerticalMode, 0, 3>(73)};
 constexpr std::array kText {EntitySubclass {"AcDbText", kTextFields}, EntitySubclass {"AcDbText", kTextVerticalFields}};
 
+// An ellipse is only ever set whole, so each of its fields sets it again
+// with that one value changed; a value the model refuses fails that call.
+struct EllipseValues {
+    KoGePoint3d center;
+    KoGeVector3d normal, major;
+    double ratio, start, end;
+};
+
+template <auto Member, class V>
+Kora::ErrorStatus setEllipse(KoDbEllipse& e, V v)
+{
+    EllipseValues all {e.center(), e.normal(), e.majorAxis(), e.radiusRatio(), e.startParam(), e.endParam()};
+    all.*Member = v;
+    return e.set(all.center, all.normal, all.major, all.ratio, all.start, all.end);
+}
+
+using El = KoDbEllipse;
+constexpr std::array kEllipseFields {
+    point<El, &El::center, setEllipse<&EllipseValues::center, const KoGePoint3d&>>(10),
+    required(point<El, &El::majorAxis, setEllipse<&EllipseValues::major, const KoGeVector3d&>>(11)),
+    point<El, &El::normal, setEllipse<&EllipseValues::normal, const KoGeVector3d&>>(210, FieldType::Normal),
+    number<El, &El::radiusRatio, setEllipse<&EllipseValues::ratio, double>>(40, FieldType::Real, true),
+    number<El, &El::startParam, setEllipse<&EllipseValues::start, double>>(41, FieldType::Real, true),
+    number<El, &El::endParam, setEllipse<&EllipseValues::end, double>>(42, FieldType::Real, true),
+};
+constexpr std::array kEllipse {EntitySubclass {"AcDbEllipse", kEllipseFields}};
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -177,7 +205,7 @@ const EntityKind kKinds[] = {
     {"LINE", is<KoDbLine>, kLine, make<KoDbLine>},
     {"ARC", is<KoDbArc>, kArc, makeArc},
     {"CIRCLE", is<KoDbCircle>, kCircle, make<KoDbCircle>},
-    {"ELLIPSE", is<KoDbEllipse>, {}, nullptr},
+    {"ELLIPSE", is<KoDbEllipse>, kEllipse, make<KoDbEllipse>},
     {"LWPOLYLINE", is<KoDbPolyline>, {}, nullptr},
     {"POLYLINE", is<KoDb3dPolyline>, {}, nullptr},
     {"SPLINE", is<KoDbSpline>, {}, nullptr},

@@ -29,7 +29,8 @@ struct EntityField {
     // Written when `always`, or when the value is not the usual one (a
     // number's `usual`, text other than `usualText` in any case, a normal
     // off the Z axis); also only where `written` (if given) says so. When
-    // required, a record without it does not fit the model and is kept whole.
+    // required, a record without it does not fit the model and is kept whole,
+    // and a required point has no usual value: coordinates left out are zero.
     bool always = false;
     bool required = false;
     double usual = 0.0;

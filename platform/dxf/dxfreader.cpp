@@ -971,7 +971,8 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     int missing = 0;  // required fields not met yet
     for (const EntitySubclass& s : kind.subclasses)
         for (const EntityField& f : s.fields) {
-            if (f.isPoint() && pointCount < points.size()) points[pointCount++] = {&f, f.point(*e), false};
+            if (f.isPoint() && pointCount < points.size())
+                points[pointCount++] = {&f, f.required ? KoGePoint3d() : f.point(*e), false};
             if (f.required) ++missing;
         }
     bool ok = true;
@@ -986,12 +987,15 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             if (!takeCommon(c, t)) preserve(preserved, b);
             continue;
         }
-        if (field->required) --missing;
         if (field->isPoint()) {
             for (size_t i = 0; i < pointCount; ++i)
-                if (points[i].field == field) points[i].seen = point(t, points[i].value, field->code);
+                if (points[i].field == field) {
+                    if (field->required && !points[i].seen) --missing;
+                    points[i].seen = point(t, points[i].value, field->code);
+                }
             continue;
         }
+        if (field->required) --missing;
         if (field->type == FieldType::Text) {
             ok = ok && field->setText(*e, wide(t.value)) == Kora::eOk;
             continue;
@@ -1028,25 +1032,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
     KoGePoint3d p10, p11, p12;
     KoGeVector3d normal = KoGeVector3d::kZAxis();
 
-    if (n == "ELLIPSE") {
-        double ratio = 1, start = 0, end = 2 * std::numbers::pi;
-        KoGeVector3d major;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbEllipse"}) || point(t, p10, 10) || vec(t, major, 11) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 40: ratio = dbl(t); break;
-            case 41: start = dbl(t); break;
-            case 42: end = dbl(t); break;
-            default: keep(b);
-            }
-        }
-        auto e = std::make_unique<KoDbEllipse>();
-        if (e->set(p10, normal, major, ratio, start, end) != Kora::eOk) {
-            return nullptr;
-        }
-        return e;
-    }
     if (n == "LWPOLYLINE") {
         auto e = std::make_unique<KoDbPolyline>();
         std::vector<KoDbPolyline::Vertex> vs;

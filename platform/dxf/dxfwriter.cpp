@@ -540,14 +540,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
 
     if (const EntityKind* kind = entityKind(e); kind && kind->hasFields()) {
         fields(*kind, e);
-    } else if (const auto* el = KoDbEllipse::cast(e)) {
-        subclass("AcDbEllipse");
-        point(10, el->center());
-        point(11, el->majorAxis());
-        normal(el->normal());
-        real(40, el->radiusRatio());
-        real(41, el->startParam());
-        real(42, el->endParam());
     } else if (const auto* pl = KoDbPolyline::cast(e)) {
         subclass("AcDbPolyline");
         tag(90, pl->numVerts());

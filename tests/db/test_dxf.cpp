@@ -925,3 +925,32 @@ TEST(KoDbDxf, EntityFieldsThatDoNotFitTheModel)
     const std::string line = record("FFF2");
     EXPECT_NE(line.find(" 91\n42\n"), std::string::npos) << line;
 }
+
+TEST(KoDbDxf, EllipsesAreTakenWholeOrKeptWhole)
+{
+    std::string text = smallDrawing();
+    const std::string head = "  0\nELLIPSE\n  5\n%s\n100\nAcDbEntity\n  8\n0\n100\nAcDbEllipse\n 10\n1.0\n 20\n2.0\n 30\n0.0\n";
+    auto ellipse = [&](const char* handle, const std::string& rest) {
+        std::string r = head;
+        r.replace(r.find("%s"), 2, handle);
+        return r + rest;
+    };
+    const std::string extra =
+        // No major axis, and a ratio past one: neither fits the model.
+        ellipse("FFF0", " 40\n0.5\n") + ellipse("FFF1", " 11\n4.0\n 21\n0.0\n 31\n0.0\n 40\n1.5\n") +
+        // An axis given without its x has x zero, not the usual one.
+        ellipse("FFF2", " 21\n3.0\n 40\n0.25\n 41\n0.5\n");
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"ellipses.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["ELLIPSE"], 2);
+    Found<KoDbEllipse> e(db);
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->majorAxis(), KoGeVector3d(0.0, 3.0, 0.0));
+    EXPECT_EQ(e->center(), KoGePoint3d(1.0, 2.0, 0.0));
+    EXPECT_EQ(e->radiusRatio(), 0.25);
+    EXPECT_EQ(e->startParam(), 0.5);
+    EXPECT_EQ(e->endParam(), 2 * std::numbers::pi);
+}
