@@ -34,12 +34,13 @@ constexpr EntityField number(int code, FieldType type, bool always = false, doub
 // An integer, or an enumeration whose values outside [Lo, Hi] are taken
 // as the nearest one.
 template <class E, auto Get, auto Set, int Lo = INT_MIN, int Hi = INT_MAX>
-constexpr EntityField integer(int code, bool always = false)
+constexpr EntityField integer(int code, bool always = false, int usual = 0)
 {
     using Value = typename SetterArg<decltype(Set)>::type;
     return {.code = code,
             .type = FieldType::Int,
             .always = always,
+            .usual = static_cast<double>(usual),
             .number = [](const KoDbEntity& e) -> double { return static_cast<int>((static_cast<const E&>(e).*Get)()); },
             .setNumber = [](KoDbEntity& e, double v) {
                 return (static_cast<E&>(e).*Set)(static_cast<Value>(std::clamp(static_cast<int>(v), Lo, Hi)));
@@ -47,10 +48,10 @@ constexpr EntityField integer(int code, bool always = false)
 }
 
 template <class E, auto Get, auto Set>
-constexpr EntityField text(int code, const wchar_t* usual = nullptr)
+constexpr EntityField text(int code, const wchar_t* usual = nullptr, FieldType type = FieldType::Text)
 {
     return {.code = code,
-            .type = FieldType::Text,
+            .type = type,
             .always = usual == nullptr,
             .usualText = usual,
             .text = [](const KoDbEntity& e) -> KoString { return (static_cast<const E&>(e).*Get)(); },
@@ -80,6 +81,14 @@ constexpr EntityField point(int code, FieldType type = FieldType::Point, bool (*
 constexpr EntityField required(EntityField f)
 {
     f.required = true;
+    return f;
+}
+
+// A value read but never written (the file has another way to say it).
+constexpr EntityField readOnly(EntityField f)
+{
+    f.written = [](const KoDbEntity&) { return false; };
+    f.late = true;
     return f;
 }
 
@@ -197,6 +206,31 @@ constexpr std::array kEllipseFields {
 };
 constexpr std::array kEllipse {EntitySubclass {"AcDbEllipse", kEllipseFields}};
 
+// The direction is written where it is not the usual one; a rotation is
+// only read, in the plane of the normal, and a direction read wins over it.
+bool directed(const KoDbEntity& e)
+{
+    const auto& m = static_cast<const KoDbMText&>(e);
+    return m.direction() != KoGeVector3d::kXAxis() || m.normal() != KoGeVector3d::kZAxis();
+}
+
+using M = KoDbMText;
+constexpr std::array kMTextFields {
+    point<M, &M::location, &M::setLocation>(10),
+    number<M, &M::textHeight, &M::setTextHeight>(40, FieldType::Real, true),
+    number<M, &M::width, &M::setWidth>(41, FieldType::Real, true),
+    integer<M, &M::attachment, &M::setAttachment>(71, true),
+    integer<M, &M::flowDirection, &M::setFlowDirection>(72, false, 1),
+    text<M, &M::contents, &M::setContents>(1, nullptr, FieldType::LongText),
+    text<M, &M::textStyleName, &M::setTextStyleName>(7, L"Standard"),
+    point<M, &M::normal, &M::setNormal>(210, FieldType::Normal),
+    readOnly(number<M, &M::rotation, &M::setRotation>(50, FieldType::Angle)),
+    point<M, &M::direction, &M::setDirection>(11, FieldType::Point, directed),
+    integer<M, &M::lineSpacingStyle, &M::setLineSpacingStyle>(73, false, 1),
+    number<M, &M::lineSpacingFactor, &M::setLineSpacingFactor>(44, FieldType::Real, false, 1.0),
+};
+constexpr std::array kMText {EntitySubclass {"AcDbMText", kMTextFields}};
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -211,7 +245,7 @@ const EntityKind kKinds[] = {
     {"SPLINE", is<KoDbSpline>, {}, nullptr},
     {"POINT", is<KoDbPoint>, kPoint, make<KoDbPoint>},
     {"TEXT", is<KoDbText>, kText, make<KoDbText>},
-    {"MTEXT", is<KoDbMText>, {}, nullptr},
+    {"MTEXT", is<KoDbMText>, kMText, make<KoDbMText>},
     {"INSERT", is<KoDbBlockReference>, {}, nullptr},
     {"HATCH", is<KoDbHatch>, {}, nullptr},
     {"VIEWPORT", is<KoDbViewport>, kViewport, make<KoDbViewport>},

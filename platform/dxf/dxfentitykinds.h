@@ -21,7 +21,11 @@ enum class FieldType : unsigned char {
     Point2,  // x at the code, y at code + 10
     Normal,  // a point-like vector, left out at the Z axis
     Text,
+    LongText,  // in pieces of code 3 before the last one at the code
 };
+
+// The code of all but the last piece of a long text.
+constexpr int kTextPieceCode = 3;
 
 struct EntityField {
     int code = 0;
@@ -33,6 +37,9 @@ struct EntityField {
     // and a required point has no usual value: coordinates left out are zero.
     bool always = false;
     bool required = false;
+    // Set with the points, in field order, after the other values: for a
+    // value that depends on a point (an angle in the plane of a normal).
+    bool late = false;
     double usual = 0.0;
     const wchar_t* usualText = nullptr;
     bool (*written)(const KoDbEntity&) = nullptr;
@@ -47,7 +54,8 @@ struct EntityField {
     // Whether a group code is this field's (any coordinate of a point).
     bool takes(int c) const
     {
-        return c == code || (isPoint() && (c == code + 10 || (c == code + 20 && type != FieldType::Point2)));
+        return c == code || (isPoint() && (c == code + 10 || (c == code + 20 && type != FieldType::Point2))) ||
+               (type == FieldType::LongText && c == kTextPieceCode);
     }
 };
 

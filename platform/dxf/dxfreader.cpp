@@ -960,7 +960,8 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
 {
     std::unique_ptr<KoDbEntity> e(kind.make());
     // Points are gathered whole before they are set, so that no half-read
-    // vector is ever offered to the model.
+    // vector is ever offered to the model; late values wait with them (a
+    // late number in x).
     struct Pending {
         const EntityField* field;
         KoGePoint3d value;
@@ -969,10 +970,12 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     std::array<Pending, 8> points;
     size_t pointCount = 0;
     int missing = 0;  // required fields not met yet
+    const EntityField* longField = nullptr;
+    std::string longText, longTail;  // its pieces, joined before they are decoded
     for (const EntitySubclass& s : kind.subclasses)
         for (const EntityField& f : s.fields) {
-            if (f.isPoint() && pointCount < points.size())
-                points[pointCount++] = {&f, f.required ? KoGePoint3d() : f.point(*e), false};
+            if ((f.isPoint() || f.late) && pointCount < points.size())
+                points[pointCount++] = {&f, f.required || f.late ? KoGePoint3d() : f.point(*e), false};
             if (f.required) ++missing;
         }
     bool ok = true;
@@ -996,16 +999,33 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             continue;
         }
         if (field->required) --missing;
+        if (field->type == FieldType::LongText) {
+            // Pieces add up; the last one, at the field's own code, ends the text.
+            if (!longField) longField = field;
+            if (t.code == kTextPieceCode) longText += t.value;
+            else longTail = t.value;
+            continue;
+        }
         if (field->type == FieldType::Text) {
             ok = ok && field->setText(*e, wide(t.value)) == Kora::eOk;
             continue;
         }
         double v = field->type == FieldType::Int ? integer(t) : dbl(t);
         if (field->type == FieldType::Angle) v *= kDegToRad;
+        if (field->late) {
+            for (size_t i = 0; i < pointCount; ++i)
+                if (points[i].field == field) points[i] = {field, KoGePoint3d(v, 0.0, 0.0), true};
+            continue;
+        }
         ok = ok && field->setNumber(*e, v) == Kora::eOk;
     }
-    for (size_t i = 0; i < pointCount; ++i)
-        if (points[i].seen) ok = ok && points[i].field->setPoint(*e, points[i].value) == Kora::eOk;
+    if (longField) ok = ok && longField->setText(*e, wide(longText + longTail)) == Kora::eOk;
+    for (size_t i = 0; i < pointCount; ++i) {
+        const Pending& p = points[i];
+        if (!p.seen) continue;
+        if (p.field->late) ok = ok && p.field->setNumber(*e, p.value.x) == Kora::eOk;
+        else ok = ok && p.field->setPoint(*e, p.value) == Kora::eOk;
+    }
     if (!ok || missing > 0) return nullptr;
     return e;
 }
@@ -1134,44 +1154,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         check(e->setFitPoints(std::move(fits)));
         check(e->setFitTangents(startTangent, endTangent));
         if (hasNormal) check(e->setNormal(splineNormal));
-        if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
-    if (n == "MTEXT") {
-        auto e = std::make_unique<KoDbMText>();
-        std::string contents, last;
-        bool hasDirection = false;
-        double rotation = 0;
-        bool hasRotation = false;
-        KoGeVector3d direction;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbMText"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            if (vec(t, direction, 11)) {
-                hasDirection = true;
-                continue;
-            }
-            switch (t.code) {
-            case 3: contents += t.value; break;
-            case 1: last = t.value; break;
-            case 7: check(e->setTextStyleName(wide(t.value))); break;
-            case 40: check(e->setTextHeight(dbl(t))); break;
-            case 41: check(e->setWidth(dbl(t))); break;
-            case 44: check(e->setLineSpacingFactor(dbl(t))); break;
-            case 50: rotation = dbl(t) * kDegToRad; hasRotation = true; break;
-            case 71: check(e->setAttachment(static_cast<KoDbMText::AttachmentPoint>(integer(t)))); break;
-            case 72: check(e->setFlowDirection(integer(t))); break;
-            case 73: check(e->setLineSpacingStyle(integer(t))); break;
-            default: keep(b);
-            }
-        }
-        e->setLocation(p10);
-        e->setNormal(normal);
-        e->setContents(wide(contents + last));
-        if (hasDirection) check(e->setDirection(direction));
-        else if (hasRotation) check(e->setRotation(rotation));
         if (!ok) {
             return nullptr;
         }

@@ -597,28 +597,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
         for (double w : s->weights()) real(41, w);
         for (const auto& p : s->controlPoints()) point(10, p);
         for (const auto& p : s->fitPoints()) point(11, p);
-    } else if (const auto* m = KoDbMText::cast(e)) {
-        subclass("AcDbMText");
-        point(10, m->location());
-        real(40, m->textHeight());
-        real(41, m->width());
-        tag(71, m->attachment());
-        if (m->flowDirection() != 1) tag(72, m->flowDirection());
-        // Long texts go in pieces of at most 250 bytes, never splitting a character.
-        const std::string text = m->contents().toUtf8();
-        size_t at = 0;
-        while (text.size() - at > 250) {
-            size_t cut = at + 250;
-            while (cut > at && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
-            tag(3, std::string_view(text).substr(at, cut - at));
-            at = cut;
-        }
-        tag(1, std::string_view(text).substr(at));
-        if (!m->textStyleName().equalsNoCase(L"Standard")) tag(7, m->textStyleName());
-        normal(m->normal());
-        if (m->direction() != KoGeVector3d::kXAxis() || m->normal() != KoGeVector3d::kZAxis()) point(11, m->direction());
-        if (m->lineSpacingStyle() != 1) tag(73, m->lineSpacingStyle());
-        if (m->lineSpacingFactor() != 1.0) real(44, m->lineSpacingFactor());
     } else if (const auto* br = KoDbBlockReference::cast(e)) {
         subclass("AcDbBlockReference");
         if (!br->attributeRecords().empty()) tag(66, 1);
@@ -687,6 +665,17 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
                 const KoGePoint3d p = f.point(*e);
                 if (f.type == FieldType::Point2) point2(f.code, {p.x, p.y});
                 else if (f.always || p != KoGePoint3d(0, 0, 1)) point(f.code, p);
+            } else if (f.type == FieldType::LongText) {
+                // Pieces of at most 250 bytes, never splitting a character.
+                const std::string text = f.text(*e).toUtf8();
+                size_t at = 0;
+                while (text.size() - at > 250) {
+                    size_t cut = at + 250;
+                    while (cut > at && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+                    tag(kTextPieceCode, std::string_view(text).substr(at, cut - at));
+                    at = cut;
+                }
+                tag(f.code, std::string_view(text).substr(at));
             } else if (f.type == FieldType::Text) {
                 const KoString v = f.text(*e);
                 if (f.always || !v.equalsNoCase(f.usualText)) tag(f.code, v);

@@ -954,3 +954,28 @@ TEST(KoDbDxf, EllipsesAreTakenWholeOrKeptWhole)
     EXPECT_EQ(e->startParam(), 0.5);
     EXPECT_EQ(e->endParam(), 2 * std::numbers::pi);
 }
+
+TEST(KoDbDxf, TextRotationIsInThePlaneOfItsNormalAndADirectionWinsOverIt)
+{
+    std::string text = smallDrawing();
+    const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbMText\n 10\n0.0\n 20\n0.0\n 30\n0.0\n 40\n2.5\n  1\nm\n";
+    const std::string extra =
+        // The rotation comes before the normal it is measured against.
+        "  0\nMTEXT\n  5\nFFF0\n" + head + " 50\n180.0\n210\n0.0\n220\n0.0\n230\n-1.0\n" +
+        "  0\nMTEXT\n  5\nFFF1\n" + head + " 11\n0.0\n 21\n2.0\n 31\n0.0\n 50\n45.0\n" +
+        // No direction: the text is kept whole.
+        "  0\nMTEXT\n  5\nFFF2\n" + head + " 11\n0.0\n 21\n0.0\n 31\n0.0\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"mtext.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["MTEXT"], 1);
+    Found<KoDbMText> flipped(db), directed(db, 1);
+    ASSERT_TRUE(flipped);
+    ASSERT_TRUE(directed);
+    // Seen from below, the plane's x axis is the world's -x: half a turn is +x.
+    EXPECT_NEAR(flipped->direction().x, 1.0, 1e-12);
+    EXPECT_NEAR(flipped->direction().y, 0.0, 1e-12);
+    EXPECT_EQ(directed->direction(), KoGeVector3d(0.0, 1.0, 0.0));
+}
