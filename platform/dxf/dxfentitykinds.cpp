@@ -27,7 +27,7 @@ constexpr EntityField number(int code, FieldType type, bool always = false, doub
             .type = type,
             .always = always,
             .usual = usual,
-            .number = [](const KoDbEntity& e) -> double { return (static_cast<const E&>(e).*Get)(); },
+            .number = [](const KoDbEntity& e) -> double { return std::invoke(Get, static_cast<const E&>(e)); },
             .setNumber = [](KoDbEntity& e, double v) { return std::invoke(Set, static_cast<E&>(e), v); }};
 }
 
@@ -77,6 +77,38 @@ constexpr EntityField point(int code, FieldType type = FieldType::Point, bool (*
                 else return std::invoke(Set, static_cast<E&>(e), Value {p.x, p.y, p.z});
             }};
 }
+
+template <class E, auto Get, auto Set>
+constexpr EntityField reference(int code, FieldType type)
+{
+    return {.code = code,
+            .type = type,
+            .always = true,
+            .id = [](const KoDbEntity& e) { return (static_cast<const E&>(e).*Get)(); },
+            .setId = [](KoDbEntity& e, KoDbObjectId id) { return (static_cast<E&>(e).*Set)(id); }};
+}
+
+// Scale factors are set whole, one at a time.
+template <class E, double KoGeScale3d::*Part>
+double scale(const E& e)
+{
+    return e.scaleFactors().*Part;
+}
+
+template <class E, double KoGeScale3d::*Part>
+Kora::ErrorStatus setScale(E& e, double v)
+{
+    KoGeScale3d all = e.scaleFactors();
+    all.*Part = v;
+    return e.setScaleFactors(all);
+}
+
+template <class E>
+constexpr std::array kScaleFields {
+    number<E, scale<E, &KoGeScale3d::sx>, setScale<E, &KoGeScale3d::sx>>(41, FieldType::Real, false, 1.0),
+    number<E, scale<E, &KoGeScale3d::sy>, setScale<E, &KoGeScale3d::sy>>(42, FieldType::Real, false, 1.0),
+    number<E, scale<E, &KoGeScale3d::sz>, setScale<E, &KoGeScale3d::sz>>(43, FieldType::Real, false, 1.0),
+};
 
 constexpr EntityField required(EntityField f)
 {
@@ -231,6 +263,36 @@ constexpr std::array kMTextFields {
 };
 constexpr std::array kMText {EntitySubclass {"AcDbMText", kMTextFields}};
 
+// Whether attributes follow is told by the records themselves, both ways.
+constexpr EntityField kAttributesFollow {
+    .code = 66,
+    .type = FieldType::Int,
+    .number = [](const KoDbEntity& e) -> double { return !static_cast<const KoDbBlockReference&>(e).attributeRecords().empty(); },
+    .setNumber = [](KoDbEntity&, double) { return Kora::eOk; }};
+
+using B = KoDbBlockReference;
+constexpr std::array kInsertFields {
+    kAttributesFollow,
+    required(reference<B, &B::blockTableRecord, &B::setBlockTableRecord>(2, FieldType::BlockName)),
+    point<B, &B::position, &B::setPosition>(10),
+    kScaleFields<B>[0],
+    kScaleFields<B>[1],
+    kScaleFields<B>[2],
+    number<B, &B::rotation, &B::setRotation>(50, FieldType::Angle),
+    point<B, &B::normal, &B::setNormal>(210, FieldType::Normal),
+};
+constexpr std::array kInsert {EntitySubclass {"AcDbBlockReference", kInsertFields}};
+
+const std::vector<KoDbDxfRecord>& attributes(const KoDbEntity& e)
+{
+    return static_cast<const B&>(e).attributeRecords();
+}
+
+void setAttributes(KoDbEntity& e, std::vector<KoDbDxfRecord> records)
+{
+    static_cast<B&>(e).setAttributeRecords(std::move(records));
+}
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -246,7 +308,7 @@ const EntityKind kKinds[] = {
     {"POINT", is<KoDbPoint>, kPoint, make<KoDbPoint>},
     {"TEXT", is<KoDbText>, kText, make<KoDbText>},
     {"MTEXT", is<KoDbMText>, kMText, make<KoDbMText>},
-    {"INSERT", is<KoDbBlockReference>, {}, nullptr},
+    {"INSERT", is<KoDbBlockReference>, kInsert, make<KoDbBlockReference>, attributes, setAttributes},
     {"HATCH", is<KoDbHatch>, {}, nullptr},
     {"VIEWPORT", is<KoDbViewport>, kViewport, make<KoDbViewport>},
     {"DGNUNDERLAY", is<KoDbDgnReference>, {}, nullptr},

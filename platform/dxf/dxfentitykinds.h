@@ -22,6 +22,7 @@ enum class FieldType : unsigned char {
     Normal,  // a point-like vector, left out at the Z axis
     Text,
     LongText,  // in pieces of code 3 before the last one at the code
+    BlockName, // a block record, by its name
 };
 
 // The code of all but the last piece of a long text.
@@ -49,6 +50,8 @@ struct EntityField {
     Kora::ErrorStatus (*setPoint)(KoDbEntity&, const KoGePoint3d&) = nullptr;
     KoString (*text)(const KoDbEntity&) = nullptr;
     Kora::ErrorStatus (*setText)(KoDbEntity&, const KoString&) = nullptr;
+    KoDbObjectId (*id)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setId)(KoDbEntity&, KoDbObjectId) = nullptr;
 
     bool isPoint() const { return type == FieldType::Point || type == FieldType::Point2 || type == FieldType::Normal; }
     // Whether a group code is this field's (any coordinate of a point).
@@ -70,6 +73,9 @@ struct EntityKind {
     // Empty for kinds read and written by code of their own.
     std::span<const EntitySubclass> subclasses;
     KoDbEntity* (*make)();
+    // Records that follow the entity's own (attributes), kept as read.
+    const std::vector<KoDbDxfRecord>& (*records)(const KoDbEntity&) = nullptr;
+    void (*setRecords)(KoDbEntity&, std::vector<KoDbDxfRecord>) = nullptr;
 
     bool hasFields() const { return !subclasses.empty(); }
     bool isMarker(std::string_view name) const;

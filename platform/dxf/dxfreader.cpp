@@ -220,7 +220,8 @@ private:
 
     void tableRecord(const Record& r, KoDbSymbolTable* table);
     void entity(Record& r, KoDbBlockTableRecord* block);
-    std::unique_ptr<KoDbEntity> fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved);
+    std::unique_ptr<KoDbEntity> fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved,
+                                            std::vector<KoDbDxfRecord>& subs);
     std::unique_ptr<KoDbEntity> knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs);
     std::unique_ptr<KoDbEntity> hatch(const Record& r, Common& c, KoDbDxfTags& preserved);
     void object(const Record& r);
@@ -956,7 +957,8 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
 
 // An entity of a kind described by its fields; null when a value does not
 // fit the model or a required one is missing.
-std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved)
+std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved,
+                                                std::vector<KoDbDxfRecord>& subs)
 {
     std::unique_ptr<KoDbEntity> e(kind.make());
     // Points are gathered whole before they are set, so that no half-read
@@ -1006,6 +1008,12 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             else longTail = t.value;
             continue;
         }
+        if (field->type == FieldType::BlockName) {
+            KoDbObjectId block;
+            if (const auto* table = kodbPeek<KoDbSymbolTable>(m_d.blockTable)) table->getAt(wide(t.value), block);
+            ok = ok && field->setId(*e, block) == Kora::eOk;
+            continue;
+        }
         if (field->type == FieldType::Text) {
             ok = ok && field->setText(*e, wide(t.value)) == Kora::eOk;
             continue;
@@ -1027,6 +1035,10 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
         else ok = ok && p.field->setPoint(*e, p.value) == Kora::eOk;
     }
     if (!ok || missing > 0) return nullptr;
+    if (kind.setRecords) {
+        kind.setRecords(*e, std::move(subs));
+        subs.clear();
+    }
     return e;
 }
 
@@ -1035,7 +1047,7 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
 std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs)
 {
     const std::string& n = r.name;
-    if (const EntityKind* kind = entityKind(n); kind && kind->hasFields()) return fieldEntity(*kind, c, preserved);
+    if (const EntityKind* kind = entityKind(n); kind && kind->hasFields()) return fieldEntity(*kind, c, preserved, subs);
     // None of the modelled kinds uses the common property codes in its own
     // subclass, so such codes found there are taken as the properties.
     auto keep = [&](const BodyTag& b) {
@@ -1155,37 +1167,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         check(e->setFitTangents(startTangent, endTangent));
         if (hasNormal) check(e->setNormal(splineNormal));
         if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
-    if (n == "INSERT") {
-        auto e = std::make_unique<KoDbBlockReference>();
-        KoGeScale3d scale;
-        std::string blockName;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbBlockReference"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 2: blockName = t.value; break;
-            case 41: scale.sx = dbl(t); break;
-            case 42: scale.sy = dbl(t); break;
-            case 43: scale.sz = dbl(t); break;
-            case 50: check(e->setRotation(dbl(t) * kDegToRad)); break;
-            case 66: break;  // follows from the attribute records
-            default: keep(b);
-            }
-        }
-        KoDbObjectId block;
-        if (const auto* table = kodbPeek<KoDbSymbolTable>(m_d.blockTable)) table->getAt(wide(blockName), block);
-        check(e->setBlockTableRecord(block));
-        check(e->setScaleFactors(scale));
-        e->setPosition(p10);
-        e->setNormal(normal);
-        e->setAttributeRecords(std::move(subs));
-        subs.clear();
-        if (!ok) {
-            subs = e->attributeRecords();
             return nullptr;
         }
         return e;

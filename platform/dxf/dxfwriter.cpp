@@ -538,7 +538,8 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     if (!e->visibility()) tag(60, 1);
     keptOfCurrent();
 
-    if (const EntityKind* kind = entityKind(e); kind && kind->hasFields()) {
+    const EntityKind* kind = entityKind(e);
+    if (kind && kind->hasFields()) {
         fields(*kind, e);
     } else if (const auto* pl = KoDbPolyline::cast(e)) {
         subclass("AcDbPolyline");
@@ -597,25 +598,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
         for (double w : s->weights()) real(41, w);
         for (const auto& p : s->controlPoints()) point(10, p);
         for (const auto& p : s->fitPoints()) point(11, p);
-    } else if (const auto* br = KoDbBlockReference::cast(e)) {
-        subclass("AcDbBlockReference");
-        if (!br->attributeRecords().empty()) tag(66, 1);
-        const auto* block = kodbPeek<KoDbBlockTableRecord>(br->blockTableRecord());
-        tag(2, block ? block->getName() : KoString());
-        point(10, br->position());
-        const KoGeScale3d& sc = br->scaleFactors();
-        if (sc.sx != 1.0) real(41, sc.sx);
-        if (sc.sy != 1.0) real(42, sc.sy);
-        if (sc.sz != 1.0) real(43, sc.sz);
-        if (br->rotation() != 0.0) real(50, br->rotation() * kRadToDeg);
-        normal(br->normal());
-        keptOfCurrent();
-        end(e);
-        for (const KoDbDxfRecord& sub : br->attributeRecords()) {
-            tag(0, sub.dxfName);
-            tags(sub.tags);
-        }
-        return;
     } else if (const auto* h = KoDbHatch::cast(e)) {
         hatch(h);
     } else if (const auto* u = KoDbUnderlayReference::cast(e)) {
@@ -645,8 +627,9 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     }
     keptOfCurrent();
     end(e);
-    if (const auto* unknown = KoDbUnknownEntity::cast(e))
-        for (const KoDbDxfRecord& sub : unknown->subRecords()) {
+    const auto* unknown = KoDbUnknownEntity::cast(e);
+    if (unknown || (kind && kind->records))
+        for (const KoDbDxfRecord& sub : unknown ? unknown->subRecords() : kind->records(*e)) {
             tag(0, sub.dxfName);
             tags(sub.tags);
         }
@@ -676,6 +659,9 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
                     at = cut;
                 }
                 tag(f.code, std::string_view(text).substr(at));
+            } else if (f.type == FieldType::BlockName) {
+                const auto* block = kodbPeek<KoDbBlockTableRecord>(f.id(*e));
+                tag(f.code, block ? block->getName() : KoString());
             } else if (f.type == FieldType::Text) {
                 const KoString v = f.text(*e);
                 if (f.always || !v.equalsNoCase(f.usualText)) tag(f.code, v);

@@ -979,3 +979,31 @@ TEST(KoDbDxf, TextRotationIsInThePlaneOfItsNormalAndADirectionWinsOverIt)
     EXPECT_NEAR(flipped->direction().y, 0.0, 1e-12);
     EXPECT_EQ(directed->direction(), KoGeVector3d(0.0, 1.0, 0.0));
 }
+
+TEST(KoDbDxf, InsertsThatDoNotFitAreKeptWithTheirAttributes)
+{
+    std::string text = smallDrawing();
+    const std::string attribs = "  0\nATTRIB\n  5\nFFE0\n100\nAcDbEntity\n  8\n0\n100\nAcDbText\n 10\n0.0\n 20\n0.0\n 30\n0.0\n"
+                                " 40\n1.0\n  1\nv\n100\nAcDbAttribute\n  2\nTAG\n  0\nSEQEND\n  5\nFFE1\n100\nAcDbEntity\n  8\n0\n";
+    const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbBlockReference\n 66\n1\n";
+    const std::string extra =
+        // A block no table holds, and a scale of zero: neither fits the model.
+        "  0\nINSERT\n  5\nFFF0\n" + head + "  2\nNowhere\n 10\n1.0\n 20\n2.0\n 30\n0.0\n" + attribs +
+        "  0\nINSERT\n  5\nFFF1\n" + head + "  2\n*Model_Space\n 10\n1.0\n 20\n2.0\n 30\n0.0\n 42\n0.0\n" +
+        std::string(attribs).replace(attribs.find("FFE0"), 4, "FFE2").replace(attribs.find("FFE1"), 4, "FFE3");
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"inserts.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["INSERT"], 2);
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    // The one kept whole goes back with its attributes after it.
+    const size_t at = out.find("  5\nFFF1\n");
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_NE(out.substr(at, out.find("  0\n", at) - at).find(" 42\n0.0\n"), std::string::npos);
+    const size_t attrib = out.find("  0\nATTRIB\n", at);
+    EXPECT_EQ(attrib, out.find("  0\n", at));
+    EXPECT_EQ(out.find("  0\nSEQEND\n", attrib), out.find("  0\n", attrib + 1));
+}
