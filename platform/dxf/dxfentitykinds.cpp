@@ -1,5 +1,7 @@
 #include "dxfentitykinds.h"
 
+#include "dxfcodes.h"
+
 #include <algorithm>
 #include <array>
 #include <climits>
@@ -103,12 +105,11 @@ Kora::ErrorStatus setScale(E& e, double v)
     return e.setScaleFactors(all);
 }
 
-template <class E>
-constexpr std::array kScaleFields {
-    number<E, scale<E, &KoGeScale3d::sx>, setScale<E, &KoGeScale3d::sx>>(41, FieldType::Real, false, 1.0),
-    number<E, scale<E, &KoGeScale3d::sy>, setScale<E, &KoGeScale3d::sy>>(42, FieldType::Real, false, 1.0),
-    number<E, scale<E, &KoGeScale3d::sz>, setScale<E, &KoGeScale3d::sz>>(43, FieldType::Real, false, 1.0),
-};
+template <class E, double KoGeScale3d::*Part>
+constexpr EntityField scaleField(int code, bool always)
+{
+    return number<E, scale<E, Part>, setScale<E, Part>>(code, FieldType::Real, always, 1.0);
+}
 
 constexpr EntityField required(EntityField f)
 {
@@ -275,9 +276,9 @@ constexpr std::array kInsertFields {
     kAttributesFollow,
     required(reference<B, &B::blockTableRecord, &B::setBlockTableRecord>(2, FieldType::BlockName)),
     point<B, &B::position, &B::setPosition>(10),
-    kScaleFields<B>[0],
-    kScaleFields<B>[1],
-    kScaleFields<B>[2],
+    scaleField<B, &KoGeScale3d::sx>(41, false),
+    scaleField<B, &KoGeScale3d::sy>(42, false),
+    scaleField<B, &KoGeScale3d::sz>(43, false),
     number<B, &B::rotation, &B::setRotation>(50, FieldType::Angle),
     point<B, &B::normal, &B::setNormal>(210, FieldType::Normal),
 };
@@ -291,6 +292,85 @@ const std::vector<KoDbDxfRecord>& attributes(const KoDbEntity& e)
 void setAttributes(KoDbEntity& e, std::vector<KoDbDxfRecord> records)
 {
     static_cast<B&>(e).setAttributeRecords(std::move(records));
+}
+
+using U = KoDbUnderlayReference;
+constexpr EntityField kUnderlayFlags {
+    .code = 280,
+    .type = FieldType::Int,
+    .always = true,
+    .number = [](const KoDbEntity& e) -> double {
+        const auto& u = static_cast<const U&>(e);
+        return (u.isClipped() ? 1 : 0) | (u.isOn() ? 2 : 0) | (u.isMonochrome() ? 4 : 0) | (u.isAdjustedForBackground() ? 8 : 0);
+    },
+    .setNumber = [](KoDbEntity& e, double v) {
+        auto& u = static_cast<U&>(e);
+        const int f = static_cast<int>(v);
+        u.setIsClipped(f & 1);
+        u.setIsOn(f & 2);
+        u.setIsMonochrome(f & 4);
+        u.setIsAdjustedForBackground(f & 8);
+        return Kora::eOk;
+    }};
+
+constexpr EntityField kClipBoundary {
+    .code = 11,
+    .type = FieldType::Point2List,
+    .always = true,
+    .points = [](const KoDbEntity& e) { return static_cast<const U&>(e).clipBoundary(); },
+    .setPoints = [](KoDbEntity& e, std::vector<KoGePoint2d> p) { return static_cast<U&>(e).setClipBoundary(std::move(p)); }};
+
+constexpr std::array kUnderlayFields {
+    reference<U, &U::definitionId, &U::setDefinitionId>(340, FieldType::Handle),
+    point<U, &U::position, &U::setPosition>(10),
+    scaleField<U, &KoGeScale3d::sx>(41, true),
+    scaleField<U, &KoGeScale3d::sy>(42, true),
+    scaleField<U, &KoGeScale3d::sz>(43, true),
+    number<U, &U::rotation, &U::setRotation>(50, FieldType::Angle, true),
+    point<U, &U::normal, &U::setNormal>(210, FieldType::Normal),
+    kUnderlayFlags,
+    integer<U, &U::contrast, &U::setContrast, 20, 100>(281, true),
+    integer<U, &U::fade, &U::setFade, 0, 80>(282, true),
+    kClipBoundary,
+};
+constexpr std::array kUnderlay {EntitySubclass {"AcDbUnderlayReference", kUnderlayFields}};
+
+// Layer states travel in the platform's own extended data: a name (1000)
+// and whether it is on (1070) for each.
+KoDbDxfTags underlayLayers(const KoDbEntity& e)
+{
+    KoDbDxfTags out;
+    const auto& layers = static_cast<const U&>(e).underlayLayers();
+    if (layers.empty()) return out;
+    out.push_back({1001, kKoraApp});
+    for (const KoDbUnderlayLayer& layer : layers) {
+        out.push_back({1000, layer.name.toUtf8()});
+        out.push_back({1070, layer.state == KoDbUnderlayLayer::kOn ? "1" : "0"});
+    }
+    return out;
+}
+
+void takeUnderlayLayers(KoDbEntity& e, KoDbDxfTags& xdata)
+{
+    std::vector<KoDbUnderlayLayer> layers;
+    KoDbDxfTags rest;
+    bool inKora = false;
+    for (size_t k = 0; k < xdata.size(); ++k) {
+        const KoDbDxfTag& t = xdata[k];
+        if (t.code == 1001) inKora = t.value == kKoraApp;
+        if (!inKora) {
+            rest.push_back(t);
+            continue;
+        }
+        if (t.code == 1000 && k + 1 < xdata.size() && xdata[k + 1].code == 1070) {
+            int64_t state = 1;
+            parseInt(xdata[k + 1].value, state);
+            layers.push_back({KoString::fromUtf8(t.value), state ? KoDbUnderlayLayer::kOn : KoDbUnderlayLayer::kOff});
+            ++k;
+        }
+    }
+    xdata = std::move(rest);
+    static_cast<U&>(e).setUnderlayLayers(std::move(layers));
 }
 
 // An arc read without its angles is a whole circle's.
@@ -311,7 +391,8 @@ const EntityKind kKinds[] = {
     {"INSERT", is<KoDbBlockReference>, kInsert, make<KoDbBlockReference>, attributes, setAttributes},
     {"HATCH", is<KoDbHatch>, {}, nullptr},
     {"VIEWPORT", is<KoDbViewport>, kViewport, make<KoDbViewport>},
-    {"DGNUNDERLAY", is<KoDbDgnReference>, {}, nullptr},
+    {"DGNUNDERLAY", is<KoDbDgnReference>, kUnderlay, make<KoDbDgnReference>, nullptr, nullptr, underlayLayers,
+     takeUnderlayLayers},
 };
 
 }  // namespace

@@ -23,6 +23,8 @@ enum class FieldType : unsigned char {
     Text,
     LongText,  // in pieces of code 3 before the last one at the code
     BlockName, // a block record, by its name
+    Handle,    // an object, by its handle
+    Point2List,  // 2D points, each x at the code and y at code + 10
 };
 
 // The code of all but the last piece of a long text.
@@ -52,12 +54,15 @@ struct EntityField {
     Kora::ErrorStatus (*setText)(KoDbEntity&, const KoString&) = nullptr;
     KoDbObjectId (*id)(const KoDbEntity&) = nullptr;
     Kora::ErrorStatus (*setId)(KoDbEntity&, KoDbObjectId) = nullptr;
+    std::vector<KoGePoint2d> (*points)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setPoints)(KoDbEntity&, std::vector<KoGePoint2d>) = nullptr;
 
     bool isPoint() const { return type == FieldType::Point || type == FieldType::Point2 || type == FieldType::Normal; }
+    bool isFlat() const { return type == FieldType::Point2 || type == FieldType::Point2List; }
     // Whether a group code is this field's (any coordinate of a point).
     bool takes(int c) const
     {
-        return c == code || (isPoint() && (c == code + 10 || (c == code + 20 && type != FieldType::Point2))) ||
+        return c == code || ((isPoint() || type == FieldType::Point2List) && (c == code + 10 || (c == code + 20 && !isFlat()))) ||
                (type == FieldType::LongText && c == kTextPieceCode);
     }
 };
@@ -76,6 +81,10 @@ struct EntityKind {
     // Records that follow the entity's own (attributes), kept as read.
     const std::vector<KoDbDxfRecord>& (*records)(const KoDbEntity&) = nullptr;
     void (*setRecords)(KoDbEntity&, std::vector<KoDbDxfRecord>) = nullptr;
+    // The kind's own part of the extended data, written after the
+    // entity's; the reader takes it out of what it read.
+    KoDbDxfTags (*xdata)(const KoDbEntity&) = nullptr;
+    void (*takeXdata)(KoDbEntity&, KoDbDxfTags&) = nullptr;
 
     bool hasFields() const { return !subclasses.empty(); }
     bool isMarker(std::string_view name) const;

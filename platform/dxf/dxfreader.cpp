@@ -23,7 +23,6 @@ namespace Kora::Dxf {
 namespace {
 
 constexpr double kDegToRad = std::numbers::pi / 180.0;
-constexpr const char* kKoraApp = "KORA_UNDERLAY";
 
 struct RTag {
     int code = 0;
@@ -972,6 +971,8 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     std::array<Pending, 8> points;
     size_t pointCount = 0;
     int missing = 0;  // required fields not met yet
+    const EntityField* listField = nullptr;
+    std::vector<KoGePoint2d> list;
     const EntityField* longField = nullptr;
     std::string longText, longTail;  // its pieces, joined before they are decoded
     for (const EntitySubclass& s : kind.subclasses)
@@ -1008,6 +1009,17 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             else longTail = t.value;
             continue;
         }
+        if (field->type == FieldType::Point2List) {
+            listField = field;
+            if (t.code == field->code) list.emplace_back(dbl(t), 0.0);
+            else if (list.empty()) ok = false;
+            else list.back().y = dbl(t);
+            continue;
+        }
+        if (field->type == FieldType::Handle) {
+            ok = ok && field->setId(*e, idOf(t)) == Kora::eOk;
+            continue;
+        }
         if (field->type == FieldType::BlockName) {
             KoDbObjectId block;
             if (const auto* table = kodbPeek<KoDbSymbolTable>(m_d.blockTable)) table->getAt(wide(t.value), block);
@@ -1034,7 +1046,9 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
         if (p.field->late) ok = ok && p.field->setNumber(*e, p.value.x) == Kora::eOk;
         else ok = ok && p.field->setPoint(*e, p.value) == Kora::eOk;
     }
+    if (listField) ok = ok && listField->setPoints(*e, std::move(list)) == Kora::eOk;
     if (!ok || missing > 0) return nullptr;
+    if (kind.takeXdata) kind.takeXdata(*e, c.xdata);
     if (kind.setRecords) {
         kind.setRecords(*e, std::move(subs));
         subs.clear();
@@ -1172,63 +1186,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         return e;
     }
     if (n == "HATCH") return hatch(r, c, preserved);
-    if (n == "DGNUNDERLAY") {
-        auto e = std::make_unique<KoDbDgnReference>();
-        KoGeScale3d scale;
-        std::vector<KoGePoint2d> clip;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbUnderlayReference"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 340: check(e->setDefinitionId(idOf(t))); break;
-            case 41: scale.sx = dbl(t); break;
-            case 42: scale.sy = dbl(t); break;
-            case 43: scale.sz = dbl(t); break;
-            case 50: check(e->setRotation(dbl(t) * kDegToRad)); break;
-            case 280: {
-                const int f = integer(t);
-                e->setIsClipped(f & 1);
-                e->setIsOn(f & 2);
-                e->setIsMonochrome(f & 4);
-                e->setIsAdjustedForBackground(f & 8);
-                break;
-            }
-            case 281: check(e->setContrast(static_cast<uint8_t>(std::clamp(integer(t), 20, 100)))); break;
-            case 282: check(e->setFade(static_cast<uint8_t>(std::clamp(integer(t), 0, 80)))); break;
-            case 11: clip.emplace_back(dbl(t), 0.0); break;
-            case 21: if (clip.empty()) return nullptr; clip.back().y = dbl(t); break;
-            default: keep(b);
-            }
-        }
-        check(e->setPosition(p10));
-        check(e->setScaleFactors(scale));
-        check(e->setNormal(normal));
-        check(e->setClipBoundary(std::move(clip)));
-        // Layer states travel in the platform's own extended data.
-        std::vector<KoDbUnderlayLayer> layers;
-        KoDbDxfTags rest;
-        bool inKora = false;
-        for (size_t k = 0; k < c.xdata.size(); ++k) {
-            const KoDbDxfTag& t = c.xdata[k];
-            if (t.code == 1001) inKora = t.value == kKoraApp;
-            if (!inKora) {
-                rest.push_back(t);
-                continue;
-            }
-            if (t.code == 1000 && k + 1 < c.xdata.size() && c.xdata[k + 1].code == 1070) {
-                int64_t state = 1;
-                parseInt(c.xdata[k + 1].value, state);
-                layers.push_back({wide(t.value), state ? KoDbUnderlayLayer::kOn : KoDbUnderlayLayer::kOff});
-                ++k;
-            }
-        }
-        c.xdata = std::move(rest);
-        e->setUnderlayLayers(std::move(layers));
-        if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
     std::unique_ptr<KoDbOpaqueEntity> opaque;
     if (n == "3DSOLID") opaque = std::make_unique<KoDb3dSolid>();
     else if (n == "REGION") opaque = std::make_unique<KoDbRegion>();

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "dbimpl.h"
+#include "dxfcodes.h"
 #include "dxfentitykinds.h"
 #include "kora/atomicfile.h"
 #include "kora/db/underlay.h"
@@ -23,7 +24,6 @@ struct Sink {
 };
 
 constexpr double kRadToDeg = 180.0 / std::numbers::pi;
-constexpr const char* kKoraApp = "KORA_UNDERLAY";
 
 const char* defaultRecordSubclass(const std::string& table)
 {
@@ -600,33 +600,10 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
         for (const auto& p : s->fitPoints()) point(11, p);
     } else if (const auto* h = KoDbHatch::cast(e)) {
         hatch(h);
-    } else if (const auto* u = KoDbUnderlayReference::cast(e)) {
-        subclass("AcDbUnderlayReference");
-        ref(340, u->definitionId());
-        point(10, u->position());
-        real(41, u->scaleFactors().sx);
-        real(42, u->scaleFactors().sy);
-        real(43, u->scaleFactors().sz);
-        real(50, u->rotation() * kRadToDeg);
-        normal(u->normal());
-        tag(280, (u->isClipped() ? 1 : 0) | (u->isOn() ? 2 : 0) | (u->isMonochrome() ? 4 : 0) |
-                     (u->isAdjustedForBackground() ? 8 : 0));
-        tag(281, u->contrast());
-        tag(282, u->fade());
-        for (const auto& p : u->clipBoundary()) point2(11, p);
-        keptOfCurrent();
-        end(e);
-        if (!u->underlayLayers().empty()) {
-            tag(1001, kKoraApp);
-            for (const auto& layer : u->underlayLayers()) {
-                tag(1000, layer.name);
-                tag(1070, layer.state == KoDbUnderlayLayer::kOn ? 1 : 0);
-            }
-        }
-        return;
     }
     keptOfCurrent();
     end(e);
+    if (kind && kind->xdata) tags(kind->xdata(*e));
     const auto* unknown = KoDbUnknownEntity::cast(e);
     if (unknown || (kind && kind->records))
         for (const KoDbDxfRecord& sub : unknown ? unknown->subRecords() : kind->records(*e)) {
@@ -659,6 +636,10 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
                     at = cut;
                 }
                 tag(f.code, std::string_view(text).substr(at));
+            } else if (f.type == FieldType::Point2List) {
+                for (const KoGePoint2d& p : f.points(*e)) point2(f.code, p);
+            } else if (f.type == FieldType::Handle) {
+                ref(f.code, f.id(*e));
             } else if (f.type == FieldType::BlockName) {
                 const auto* block = kodbPeek<KoDbBlockTableRecord>(f.id(*e));
                 tag(f.code, block ? block->getName() : KoString());

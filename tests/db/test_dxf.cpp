@@ -480,6 +480,22 @@ TEST(KoDbDxf, DgnUnderlaysReadAndWritten)
     KoDbObjectPointer<KoDbDgnDefinition> def(r->definitionId());
     EXPECT_EQ(def->getActiveFileName(), KoString(L"/projects/a/plan.dgn"));
     EXPECT_FALSE(def->useMasterUnits());
+
+    // A clip point with no x does not fit the model: the reference is kept
+    // whole, its layer states with it.
+    std::string text;
+    ASSERT_EQ(kodbWriteDxf(made, text), Kora::eOk);
+    const size_t fade = text.find("282\n", text.find("DGNUNDERLAY"));
+    ASSERT_NE(fade, std::string::npos);
+    text.insert(text.find('\n', fade + 4) + 1, " 21\n1.0\n");
+    KoDbDatabase broken(false);
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(broken, text, L"broken.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["DGNUNDERLAY"], 1);
+    std::string again;
+    ASSERT_EQ(kodbWriteDxf(broken, again), Kora::eOk);
+    const size_t kept = again.find("DGNUNDERLAY", again.find("ENTITIES"));
+    EXPECT_NE(again.find("1000\nLevel 7\n1070\n0\n", kept), std::string::npos);
 }
 
 TEST(KoDbDxf, ContentAnExportScanLooksFor)
