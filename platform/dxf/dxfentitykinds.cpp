@@ -373,6 +373,62 @@ void takeUnderlayLayers(KoDbEntity& e, KoDbDxfTags& xdata)
     static_cast<U&>(e).setUnderlayLayers(std::move(layers));
 }
 
+// Vertices: x, y, start and end width (both or neither), bulge.
+constexpr GroupMember kVertexMembers[] = {
+    {.code = 10, .slot = 0, .always = true}, {.code = 20, .slot = 1, .always = true},
+    {.code = 40, .slot = 2, .alsoSlot = 3},  {.code = 41, .slot = 3, .alsoSlot = 2},
+    {.code = 42, .slot = 4},
+};
+constexpr EntityGroup kVertices {
+    kVertexMembers,
+    [](const KoDbEntity& e) {
+        std::vector<GroupItem> items;
+        for (const KoDbPolyline::Vertex& v : static_cast<const KoDbPolyline&>(e).vertices())
+            items.push_back({v.point.x, v.point.y, v.startWidth, v.endWidth, v.bulge});
+        return items;
+    },
+    [](KoDbEntity& e, std::vector<GroupItem> items) {
+        std::vector<KoDbPolyline::Vertex> vs;
+        vs.reserve(items.size());
+        for (const GroupItem& i : items) vs.push_back({{i[0], i[1]}, i[4], i[2], i[3]});
+        return static_cast<KoDbPolyline&>(e).setVertices(std::move(vs));
+    }};
+
+using P = KoDbPolyline;
+constexpr std::array kPolylineFields {
+    // The count follows from the vertices.
+    EntityField {.code = 90,
+                 .type = FieldType::Int,
+                 .always = true,
+                 .number = [](const KoDbEntity& e) -> double { return static_cast<const P&>(e).numVerts(); },
+                 .setNumber = [](KoDbEntity&, double) { return Kora::eOk; }},
+    EntityField {.code = 70,
+                 .type = FieldType::Int,
+                 .always = true,
+                 .number = [](const KoDbEntity& e) -> double {
+                     const auto& p = static_cast<const P&>(e);
+                     return (p.isClosed() ? 1 : 0) | (p.hasPlinegen() ? 128 : 0);
+                 },
+                 .setNumber = [](KoDbEntity& e, double v) {
+                     auto& p = static_cast<P&>(e);
+                     const int f = static_cast<int>(v);
+                     p.setClosed((f & 1) != 0);
+                     p.setPlinegen((f & 128) != 0);
+                     return Kora::eOk;
+                 }},
+    number<P, &P::constantWidth, &P::setConstantWidth>(43, FieldType::Real),
+    number<P, &P::elevation, &P::setElevation>(38, FieldType::Real),
+    number<P, &P::thickness, &P::setThickness>(39, FieldType::Real),
+    EntityField {.code = 10, .type = FieldType::Group, .always = true, .group = &kVertices},
+    point<P, &P::normal, &P::setNormal>(210, FieldType::Normal),
+    // Vertex identifiers are given anew: read past, never written.
+    EntityField {.code = 91,
+                 .type = FieldType::Text,
+                 .written = [](const KoDbEntity&) { return false; },
+                 .setText = [](KoDbEntity&, const KoString&) { return Kora::eOk; }},
+};
+constexpr std::array kPolyline {EntitySubclass {"AcDbPolyline", kPolylineFields}};
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -382,7 +438,7 @@ const EntityKind kKinds[] = {
     {"ARC", is<KoDbArc>, kArc, makeArc},
     {"CIRCLE", is<KoDbCircle>, kCircle, make<KoDbCircle>},
     {"ELLIPSE", is<KoDbEllipse>, kEllipse, make<KoDbEllipse>},
-    {"LWPOLYLINE", is<KoDbPolyline>, {}, nullptr},
+    {"LWPOLYLINE", is<KoDbPolyline>, kPolyline, make<KoDbPolyline>},
     {"POLYLINE", is<KoDb3dPolyline>, {}, nullptr},
     {"SPLINE", is<KoDbSpline>, {}, nullptr},
     {"POINT", is<KoDbPoint>, kPoint, make<KoDbPoint>},

@@ -6,6 +6,7 @@
 // code of their own for those.
 #pragma once
 
+#include <array>
 #include <span>
 #include <string_view>
 
@@ -25,6 +26,29 @@ enum class FieldType : unsigned char {
     BlockName, // a block record, by its name
     Handle,    // an object, by its handle
     Point2List,  // 2D points, each x at the code and y at code + 10
+    Group,       // a repeated group of numbers (vertices), see EntityGroup
+};
+
+// One number of a repeated group, kept in slot `slot` of an item; written
+// always, or when its slot or `alsoSlot` is not zero.
+struct GroupMember {
+    int code = 0;
+    int slot = 0;
+    int alsoSlot = -1;
+    bool always = false;
+};
+using GroupItem = std::array<double, 5>;
+struct EntityGroup {
+    std::span<const GroupMember> members;  // the first one opens a new item
+    std::vector<GroupItem> (*items)(const KoDbEntity&);
+    Kora::ErrorStatus (*setItems)(KoDbEntity&, std::vector<GroupItem>);
+
+    const GroupMember* member(int code) const
+    {
+        for (const GroupMember& m : members)
+            if (m.code == code) return &m;
+        return nullptr;
+    }
 };
 
 // The code of all but the last piece of a long text.
@@ -56,6 +80,7 @@ struct EntityField {
     Kora::ErrorStatus (*setId)(KoDbEntity&, KoDbObjectId) = nullptr;
     std::vector<KoGePoint2d> (*points)(const KoDbEntity&) = nullptr;
     Kora::ErrorStatus (*setPoints)(KoDbEntity&, std::vector<KoGePoint2d>) = nullptr;
+    const EntityGroup* group = nullptr;
 
     bool isPoint() const { return type == FieldType::Point || type == FieldType::Point2 || type == FieldType::Normal; }
     bool isFlat() const { return type == FieldType::Point2 || type == FieldType::Point2List; }
@@ -63,7 +88,7 @@ struct EntityField {
     bool takes(int c) const
     {
         return c == code || ((isPoint() || type == FieldType::Point2List) && (c == code + 10 || (c == code + 20 && !isFlat()))) ||
-               (type == FieldType::LongText && c == kTextPieceCode);
+               (type == FieldType::LongText && c == kTextPieceCode) || (type == FieldType::Group && group->member(c));
     }
 };
 

@@ -971,6 +971,8 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     std::array<Pending, 8> points;
     size_t pointCount = 0;
     int missing = 0;  // required fields not met yet
+    const EntityField* groupField = nullptr;
+    std::vector<GroupItem> items;
     const EntityField* listField = nullptr;
     std::vector<KoGePoint2d> list;
     const EntityField* longField = nullptr;
@@ -1007,6 +1009,14 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             if (!longField) longField = field;
             if (t.code == kTextPieceCode) longText += t.value;
             else longTail = t.value;
+            continue;
+        }
+        if (field->type == FieldType::Group) {
+            groupField = field;
+            const GroupMember* m = field->group->member(t.code);
+            if (m == &field->group->members.front()) items.emplace_back();
+            else if (items.empty()) ok = false;
+            if (!items.empty()) items.back()[static_cast<size_t>(m->slot)] = dbl(t);
             continue;
         }
         if (field->type == FieldType::Point2List) {
@@ -1047,6 +1057,7 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
         else ok = ok && p.field->setPoint(*e, p.value) == Kora::eOk;
     }
     if (listField) ok = ok && listField->setPoints(*e, std::move(list)) == Kora::eOk;
+    if (groupField) ok = ok && groupField->group->setItems(*e, std::move(items)) == Kora::eOk;
     if (!ok || missing > 0) return nullptr;
     if (kind.takeXdata) kind.takeXdata(*e, c.xdata);
     if (kind.setRecords) {
@@ -1075,39 +1086,8 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
     };
     bool ok = true;
     auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
-    KoGePoint3d p10, p11, p12;
-    KoGeVector3d normal = KoGeVector3d::kZAxis();
+    KoGePoint3d p10;
 
-    if (n == "LWPOLYLINE") {
-        auto e = std::make_unique<KoDbPolyline>();
-        std::vector<KoDbPolyline::Vertex> vs;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbPolyline"}) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 90: vs.reserve(static_cast<size_t>(std::clamp(integer(t), 0, 1 << 20))); break;
-            case 70: {
-                const int f = integer(t);
-                e->setClosed((f & 1) != 0);
-                e->setPlinegen((f & 128) != 0);
-                break;
-            }
-            case 43: e->setConstantWidth(dbl(t)); break;
-            case 38: e->setElevation(dbl(t)); break;
-            case 39: e->setThickness(dbl(t)); break;
-            case 10: vs.emplace_back(); vs.back().point.x = dbl(t); break;
-            case 20: if (vs.empty()) return nullptr; vs.back().point.y = dbl(t); break;
-            case 40: if (vs.empty()) return nullptr; vs.back().startWidth = dbl(t); break;
-            case 41: if (vs.empty()) return nullptr; vs.back().endWidth = dbl(t); break;
-            case 42: if (vs.empty()) return nullptr; vs.back().bulge = dbl(t); break;
-            case 91: break;  // vertex identifiers are given anew
-            default: keep(b);
-            }
-        }
-        e->setVertices(std::move(vs));
-        e->setNormal(normal);
-        return e;
-    }
     if (n == "POLYLINE") {
         int flags = 0;
         for (const BodyTag& b : c.body)

@@ -541,22 +541,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     const EntityKind* kind = entityKind(e);
     if (kind && kind->hasFields()) {
         fields(*kind, e);
-    } else if (const auto* pl = KoDbPolyline::cast(e)) {
-        subclass("AcDbPolyline");
-        tag(90, pl->numVerts());
-        tag(70, (pl->isClosed() ? 1 : 0) | (pl->hasPlinegen() ? 128 : 0));
-        if (pl->constantWidth() != 0.0) real(43, pl->constantWidth());
-        if (pl->elevation() != 0.0) real(38, pl->elevation());
-        if (pl->thickness() != 0.0) real(39, pl->thickness());
-        for (const auto& v : pl->vertices()) {
-            point2(10, v.point);
-            if (v.startWidth != 0.0 || v.endWidth != 0.0) {
-                real(40, v.startWidth);
-                real(41, v.endWidth);
-            }
-            if (v.bulge != 0.0) real(42, v.bulge);
-        }
-        normal(pl->normal());
     } else if (const auto* p3 = KoDb3dPolyline::cast(e)) {
         subclass("AcDb3dPolyline");
         tag(66, 1);
@@ -636,6 +620,12 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
                     at = cut;
                 }
                 tag(f.code, std::string_view(text).substr(at));
+            } else if (f.type == FieldType::Group) {
+                for (const GroupItem& item : f.group->items(*e))
+                    for (const GroupMember& m : f.group->members)
+                        if (m.always || item[static_cast<size_t>(m.slot)] != 0.0 ||
+                            (m.alsoSlot >= 0 && item[static_cast<size_t>(m.alsoSlot)] != 0.0))
+                            real(m.code, item[static_cast<size_t>(m.slot)]);
             } else if (f.type == FieldType::Point2List) {
                 for (const KoGePoint2d& p : f.points(*e)) point2(f.code, p);
             } else if (f.type == FieldType::Handle) {

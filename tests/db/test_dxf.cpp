@@ -1023,3 +1023,35 @@ TEST(KoDbDxf, InsertsThatDoNotFitAreKeptWithTheirAttributes)
     EXPECT_EQ(attrib, out.find("  0\n", at));
     EXPECT_EQ(out.find("  0\nSEQEND\n", attrib), out.find("  0\n", attrib + 1));
 }
+
+TEST(KoDbDxf, PolylineVerticesAreReadAsAGroupAndWidthsWrittenInPairs)
+{
+    std::string text = smallDrawing();
+    const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbPolyline\n 90\n2\n 70\n1\n";
+    const std::string extra =
+        // A width before any vertex: kept whole.
+        "  0\nLWPOLYLINE\n  5\nFFF0\n" + head + " 40\n1.0\n 10\n0.0\n 20\n0.0\n" +
+        "  0\nLWPOLYLINE\n  5\nFFF1\n" + head + " 10\n0.0\n 20\n0.0\n 91\n7\n 41\n2.0\n 10\n5.0\n 20\n1.0\n 42\n0.5\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"lwpolylines.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["LWPOLYLINE"], 1);
+    {
+        Found<KoDbPolyline> p(db);
+        ASSERT_TRUE(p);
+        ASSERT_EQ(p->numVerts(), 2);
+        EXPECT_TRUE(p->isClosed());
+        EXPECT_EQ(p->vertices()[0].endWidth, 2.0);
+        EXPECT_EQ(p->vertices()[1].bulge, 0.5);
+        EXPECT_EQ(p->vertices()[1].point, KoGePoint2d(5.0, 1.0));
+    }
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    const size_t at = out.find("  5\nFFF1\n");
+    ASSERT_NE(at, std::string::npos);
+    const std::string record = out.substr(at, out.find("  0\n", at) - at);
+    EXPECT_NE(record.find(" 10\n0.0\n 20\n0.0\n 40\n0.0\n 41\n2.0\n 10\n5.0\n 20\n1.0\n 42\n0.5\n"), std::string::npos) << record;
+    EXPECT_EQ(record.find(" 91\n"), std::string::npos) << "vertex identifiers are not kept";
+}
