@@ -1,9 +1,10 @@
 // The entity kinds files hold, described once for the reader, the writer
-// and kodbDxfName(): each kind's DXF name, the class that models it and,
-// for kinds made of plain values, its subclasses and their fields (group
-// code <-> property). Kinds whose data is not plain values (vertex lists,
-// boundaries, sub-records) have no fields here; the reader and writer have
-// code of their own for those.
+// and kodbDxfName(): each kind's DXF name, the class that models it, its
+// subclasses and their fields (group code <-> property, long texts, lists
+// and repeated groups among them), and the records and extended data that
+// follow some kinds. Kinds not described by fields yet (3D polylines,
+// splines, hatches) have none here; the reader and writer have code of
+// their own for those.
 #pragma once
 
 #include <array>
