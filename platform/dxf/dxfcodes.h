@@ -7,6 +7,9 @@
 
 namespace Kora::Dxf {
 
+// The application name of the platform's own extended data (underlay layers).
+constexpr const char* kKoraApp = "KORA_UNDERLAY";
+
 enum class ValueKind { String, Double, Int, Handle, Binary, Invalid };
 
 inline ValueKind valueKind(int code)

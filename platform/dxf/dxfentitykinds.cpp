@@ -1,8 +1,11 @@
 #include "dxfentitykinds.h"
 
+#include "dxfcodes.h"
+
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <functional>
 #include <numbers>
 #include <type_traits>
 
@@ -26,19 +29,20 @@ constexpr EntityField number(int code, FieldType type, bool always = false, doub
             .type = type,
             .always = always,
             .usual = usual,
-            .number = [](const KoDbEntity& e) -> double { return (static_cast<const E&>(e).*Get)(); },
-            .setNumber = [](KoDbEntity& e, double v) { return (static_cast<E&>(e).*Set)(v); }};
+            .number = [](const KoDbEntity& e) -> double { return std::invoke(Get, static_cast<const E&>(e)); },
+            .setNumber = [](KoDbEntity& e, double v) { return std::invoke(Set, static_cast<E&>(e), v); }};
 }
 
 // An integer, or an enumeration whose values outside [Lo, Hi] are taken
 // as the nearest one.
 template <class E, auto Get, auto Set, int Lo = INT_MIN, int Hi = INT_MAX>
-constexpr EntityField integer(int code, bool always = false)
+constexpr EntityField integer(int code, bool always = false, int usual = 0)
 {
     using Value = typename SetterArg<decltype(Set)>::type;
     return {.code = code,
             .type = FieldType::Int,
             .always = always,
+            .usual = static_cast<double>(usual),
             .number = [](const KoDbEntity& e) -> double { return static_cast<int>((static_cast<const E&>(e).*Get)()); },
             .setNumber = [](KoDbEntity& e, double v) {
                 return (static_cast<E&>(e).*Set)(static_cast<Value>(std::clamp(static_cast<int>(v), Lo, Hi)));
@@ -46,10 +50,10 @@ constexpr EntityField integer(int code, bool always = false)
 }
 
 template <class E, auto Get, auto Set>
-constexpr EntityField text(int code, const wchar_t* usual = nullptr)
+constexpr EntityField text(int code, const wchar_t* usual = nullptr, FieldType type = FieldType::Text)
 {
     return {.code = code,
-            .type = FieldType::Text,
+            .type = type,
             .always = usual == nullptr,
             .usualText = usual,
             .text = [](const KoDbEntity& e) -> KoString { return (static_cast<const E&>(e).*Get)(); },
@@ -71,14 +75,53 @@ constexpr EntityField point(int code, FieldType type = FieldType::Point, bool (*
                 else return KoGePoint3d(v.x, v.y, v.z);
             },
             .setPoint = [](KoDbEntity& e, const KoGePoint3d& p) {
-                if constexpr (flat) return (static_cast<E&>(e).*Set)(Value {p.x, p.y});
-                else return (static_cast<E&>(e).*Set)(Value {p.x, p.y, p.z});
+                if constexpr (flat) return std::invoke(Set, static_cast<E&>(e), Value {p.x, p.y});
+                else return std::invoke(Set, static_cast<E&>(e), Value {p.x, p.y, p.z});
             }};
+}
+
+template <class E, auto Get, auto Set>
+constexpr EntityField reference(int code, FieldType type)
+{
+    return {.code = code,
+            .type = type,
+            .always = true,
+            .id = [](const KoDbEntity& e) { return (static_cast<const E&>(e).*Get)(); },
+            .setId = [](KoDbEntity& e, KoDbObjectId id) { return (static_cast<E&>(e).*Set)(id); }};
+}
+
+// Scale factors are set whole, one at a time.
+template <class E, double KoGeScale3d::*Part>
+double scale(const E& e)
+{
+    return e.scaleFactors().*Part;
+}
+
+template <class E, double KoGeScale3d::*Part>
+Kora::ErrorStatus setScale(E& e, double v)
+{
+    KoGeScale3d all = e.scaleFactors();
+    all.*Part = v;
+    return e.setScaleFactors(all);
+}
+
+template <class E, double KoGeScale3d::*Part>
+constexpr EntityField scaleField(int code, bool always)
+{
+    return number<E, scale<E, Part>, setScale<E, Part>>(code, FieldType::Real, always, 1.0);
 }
 
 constexpr EntityField required(EntityField f)
 {
     f.required = true;
+    return f;
+}
+
+// A value read but never written (the file has another way to say it).
+constexpr EntityField readOnly(EntityField f)
+{
+    f.written = [](const KoDbEntity&) { return false; };
+    f.late = true;
     return f;
 }
 
@@ -169,6 +212,223 @@ constexpr std::array kTextFields {
 constexpr std::array kTextVerticalFields {integer<T, &T::verticalMode, &T::setVerticalMode, 0, 3>(73)};
 constexpr std::array kText {EntitySubclass {"AcDbText", kTextFields}, EntitySubclass {"AcDbText", kTextVerticalFields}};
 
+// An ellipse is only ever set whole, so each of its fields sets it again
+// with that one value changed; a value the model refuses fails that call.
+struct EllipseValues {
+    KoGePoint3d center;
+    KoGeVector3d normal, major;
+    double ratio, start, end;
+};
+
+template <auto Member, class V>
+Kora::ErrorStatus setEllipse(KoDbEllipse& e, V v)
+{
+    EllipseValues all {e.center(), e.normal(), e.majorAxis(), e.radiusRatio(), e.startParam(), e.endParam()};
+    all.*Member = v;
+    return e.set(all.center, all.normal, all.major, all.ratio, all.start, all.end);
+}
+
+using El = KoDbEllipse;
+constexpr std::array kEllipseFields {
+    point<El, &El::center, setEllipse<&EllipseValues::center, const KoGePoint3d&>>(10),
+    required(point<El, &El::majorAxis, setEllipse<&EllipseValues::major, const KoGeVector3d&>>(11)),
+    point<El, &El::normal, setEllipse<&EllipseValues::normal, const KoGeVector3d&>>(210, FieldType::Normal),
+    number<El, &El::radiusRatio, setEllipse<&EllipseValues::ratio, double>>(40, FieldType::Real, true),
+    number<El, &El::startParam, setEllipse<&EllipseValues::start, double>>(41, FieldType::Real, true),
+    number<El, &El::endParam, setEllipse<&EllipseValues::end, double>>(42, FieldType::Real, true),
+};
+constexpr std::array kEllipse {EntitySubclass {"AcDbEllipse", kEllipseFields}};
+
+// The direction is written where it is not the usual one; a rotation is
+// only read, in the plane of the normal, and a direction read wins over it.
+bool directed(const KoDbEntity& e)
+{
+    const auto& m = static_cast<const KoDbMText&>(e);
+    return m.direction() != KoGeVector3d::kXAxis() || m.normal() != KoGeVector3d::kZAxis();
+}
+
+using M = KoDbMText;
+constexpr std::array kMTextFields {
+    point<M, &M::location, &M::setLocation>(10),
+    number<M, &M::textHeight, &M::setTextHeight>(40, FieldType::Real, true),
+    number<M, &M::width, &M::setWidth>(41, FieldType::Real, true),
+    integer<M, &M::attachment, &M::setAttachment>(71, true),
+    integer<M, &M::flowDirection, &M::setFlowDirection>(72, false, 1),
+    text<M, &M::contents, &M::setContents>(1, nullptr, FieldType::LongText),
+    text<M, &M::textStyleName, &M::setTextStyleName>(7, L"Standard"),
+    point<M, &M::normal, &M::setNormal>(210, FieldType::Normal),
+    readOnly(number<M, &M::rotation, &M::setRotation>(50, FieldType::Angle)),
+    point<M, &M::direction, &M::setDirection>(11, FieldType::Point, directed),
+    integer<M, &M::lineSpacingStyle, &M::setLineSpacingStyle>(73, false, 1),
+    number<M, &M::lineSpacingFactor, &M::setLineSpacingFactor>(44, FieldType::Real, false, 1.0),
+};
+constexpr std::array kMText {EntitySubclass {"AcDbMText", kMTextFields}};
+
+// Whether attributes follow is told by the records themselves, both ways.
+constexpr EntityField kAttributesFollow {
+    .code = 66,
+    .type = FieldType::Int,
+    .number = [](const KoDbEntity& e) -> double { return !static_cast<const KoDbBlockReference&>(e).attributeRecords().empty(); },
+    .setNumber = [](KoDbEntity&, double) { return Kora::eOk; }};
+
+using B = KoDbBlockReference;
+constexpr std::array kInsertFields {
+    kAttributesFollow,
+    required(reference<B, &B::blockTableRecord, &B::setBlockTableRecord>(2, FieldType::BlockName)),
+    point<B, &B::position, &B::setPosition>(10),
+    scaleField<B, &KoGeScale3d::sx>(41, false),
+    scaleField<B, &KoGeScale3d::sy>(42, false),
+    scaleField<B, &KoGeScale3d::sz>(43, false),
+    number<B, &B::rotation, &B::setRotation>(50, FieldType::Angle),
+    point<B, &B::normal, &B::setNormal>(210, FieldType::Normal),
+};
+constexpr std::array kInsert {EntitySubclass {"AcDbBlockReference", kInsertFields}};
+
+const std::vector<KoDbDxfRecord>& attributes(const KoDbEntity& e)
+{
+    return static_cast<const B&>(e).attributeRecords();
+}
+
+void setAttributes(KoDbEntity& e, std::vector<KoDbDxfRecord> records)
+{
+    static_cast<B&>(e).setAttributeRecords(std::move(records));
+}
+
+using U = KoDbUnderlayReference;
+constexpr EntityField kUnderlayFlags {
+    .code = 280,
+    .type = FieldType::Int,
+    .always = true,
+    .number = [](const KoDbEntity& e) -> double {
+        const auto& u = static_cast<const U&>(e);
+        return (u.isClipped() ? 1 : 0) | (u.isOn() ? 2 : 0) | (u.isMonochrome() ? 4 : 0) | (u.isAdjustedForBackground() ? 8 : 0);
+    },
+    .setNumber = [](KoDbEntity& e, double v) {
+        auto& u = static_cast<U&>(e);
+        const int f = static_cast<int>(v);
+        u.setIsClipped(f & 1);
+        u.setIsOn(f & 2);
+        u.setIsMonochrome(f & 4);
+        u.setIsAdjustedForBackground(f & 8);
+        return Kora::eOk;
+    }};
+
+constexpr EntityField kClipBoundary {
+    .code = 11,
+    .type = FieldType::Point2List,
+    .always = true,
+    .points = [](const KoDbEntity& e) { return static_cast<const U&>(e).clipBoundary(); },
+    .setPoints = [](KoDbEntity& e, std::vector<KoGePoint2d> p) { return static_cast<U&>(e).setClipBoundary(std::move(p)); }};
+
+constexpr std::array kUnderlayFields {
+    reference<U, &U::definitionId, &U::setDefinitionId>(340, FieldType::Handle),
+    point<U, &U::position, &U::setPosition>(10),
+    scaleField<U, &KoGeScale3d::sx>(41, true),
+    scaleField<U, &KoGeScale3d::sy>(42, true),
+    scaleField<U, &KoGeScale3d::sz>(43, true),
+    number<U, &U::rotation, &U::setRotation>(50, FieldType::Angle, true),
+    point<U, &U::normal, &U::setNormal>(210, FieldType::Normal),
+    kUnderlayFlags,
+    integer<U, &U::contrast, &U::setContrast, 20, 100>(281, true),
+    integer<U, &U::fade, &U::setFade, 0, 80>(282, true),
+    kClipBoundary,
+};
+constexpr std::array kUnderlay {EntitySubclass {"AcDbUnderlayReference", kUnderlayFields}};
+
+// Layer states travel in the platform's own extended data: a name (1000)
+// and whether it is on (1070) for each.
+KoDbDxfTags underlayLayers(const KoDbEntity& e)
+{
+    KoDbDxfTags out;
+    const auto& layers = static_cast<const U&>(e).underlayLayers();
+    if (layers.empty()) return out;
+    out.push_back({1001, kKoraApp});
+    for (const KoDbUnderlayLayer& layer : layers) {
+        out.push_back({1000, layer.name.toUtf8()});
+        out.push_back({1070, layer.state == KoDbUnderlayLayer::kOn ? "1" : "0"});
+    }
+    return out;
+}
+
+void takeUnderlayLayers(KoDbEntity& e, KoDbDxfTags& xdata)
+{
+    std::vector<KoDbUnderlayLayer> layers;
+    KoDbDxfTags rest;
+    bool inKora = false;
+    for (size_t k = 0; k < xdata.size(); ++k) {
+        const KoDbDxfTag& t = xdata[k];
+        if (t.code == 1001) inKora = t.value == kKoraApp;
+        if (!inKora) {
+            rest.push_back(t);
+            continue;
+        }
+        if (t.code == 1000 && k + 1 < xdata.size() && xdata[k + 1].code == 1070) {
+            int64_t state = 1;
+            parseInt(xdata[k + 1].value, state);
+            layers.push_back({KoString::fromUtf8(t.value), state ? KoDbUnderlayLayer::kOn : KoDbUnderlayLayer::kOff});
+            ++k;
+        }
+    }
+    xdata = std::move(rest);
+    static_cast<U&>(e).setUnderlayLayers(std::move(layers));
+}
+
+// Vertices: x, y, start and end width (both or neither), bulge.
+constexpr GroupMember kVertexMembers[] = {
+    {.code = 10, .slot = 0, .always = true}, {.code = 20, .slot = 1, .always = true},
+    {.code = 40, .slot = 2, .alsoSlot = 3},  {.code = 41, .slot = 3, .alsoSlot = 2},
+    {.code = 42, .slot = 4},
+};
+constexpr EntityGroup kVertices {
+    kVertexMembers,
+    [](const KoDbEntity& e) {
+        std::vector<GroupItem> items;
+        for (const KoDbPolyline::Vertex& v : static_cast<const KoDbPolyline&>(e).vertices())
+            items.push_back({v.point.x, v.point.y, v.startWidth, v.endWidth, v.bulge});
+        return items;
+    },
+    [](KoDbEntity& e, std::vector<GroupItem> items) {
+        std::vector<KoDbPolyline::Vertex> vs;
+        vs.reserve(items.size());
+        for (const GroupItem& i : items) vs.push_back({{i[0], i[1]}, i[4], i[2], i[3]});
+        return static_cast<KoDbPolyline&>(e).setVertices(std::move(vs));
+    }};
+
+using P = KoDbPolyline;
+constexpr std::array kPolylineFields {
+    // The count follows from the vertices.
+    EntityField {.code = 90,
+                 .type = FieldType::Int,
+                 .always = true,
+                 .number = [](const KoDbEntity& e) -> double { return static_cast<const P&>(e).numVerts(); },
+                 .setNumber = [](KoDbEntity&, double) { return Kora::eOk; }},
+    EntityField {.code = 70,
+                 .type = FieldType::Int,
+                 .always = true,
+                 .number = [](const KoDbEntity& e) -> double {
+                     const auto& p = static_cast<const P&>(e);
+                     return (p.isClosed() ? 1 : 0) | (p.hasPlinegen() ? 128 : 0);
+                 },
+                 .setNumber = [](KoDbEntity& e, double v) {
+                     auto& p = static_cast<P&>(e);
+                     const int f = static_cast<int>(v);
+                     p.setClosed((f & 1) != 0);
+                     p.setPlinegen((f & 128) != 0);
+                     return Kora::eOk;
+                 }},
+    number<P, &P::constantWidth, &P::setConstantWidth>(43, FieldType::Real),
+    number<P, &P::elevation, &P::setElevation>(38, FieldType::Real),
+    number<P, &P::thickness, &P::setThickness>(39, FieldType::Real),
+    EntityField {.code = 10, .type = FieldType::Group, .always = true, .group = &kVertices},
+    point<P, &P::normal, &P::setNormal>(210, FieldType::Normal),
+    // Vertex identifiers are given anew: read past, never written.
+    EntityField {.code = 91,
+                 .type = FieldType::Text,
+                 .written = [](const KoDbEntity&) { return false; },
+                 .setText = [](KoDbEntity&, const KoString&) { return Kora::eOk; }},
+};
+constexpr std::array kPolyline {EntitySubclass {"AcDbPolyline", kPolylineFields}};
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -177,17 +437,18 @@ const EntityKind kKinds[] = {
     {"LINE", is<KoDbLine>, kLine, make<KoDbLine>},
     {"ARC", is<KoDbArc>, kArc, makeArc},
     {"CIRCLE", is<KoDbCircle>, kCircle, make<KoDbCircle>},
-    {"ELLIPSE", is<KoDbEllipse>, {}, nullptr},
-    {"LWPOLYLINE", is<KoDbPolyline>, {}, nullptr},
+    {"ELLIPSE", is<KoDbEllipse>, kEllipse, make<KoDbEllipse>},
+    {"LWPOLYLINE", is<KoDbPolyline>, kPolyline, make<KoDbPolyline>},
     {"POLYLINE", is<KoDb3dPolyline>, {}, nullptr},
     {"SPLINE", is<KoDbSpline>, {}, nullptr},
     {"POINT", is<KoDbPoint>, kPoint, make<KoDbPoint>},
     {"TEXT", is<KoDbText>, kText, make<KoDbText>},
-    {"MTEXT", is<KoDbMText>, {}, nullptr},
-    {"INSERT", is<KoDbBlockReference>, {}, nullptr},
+    {"MTEXT", is<KoDbMText>, kMText, make<KoDbMText>},
+    {"INSERT", is<KoDbBlockReference>, kInsert, make<KoDbBlockReference>, attributes, setAttributes},
     {"HATCH", is<KoDbHatch>, {}, nullptr},
     {"VIEWPORT", is<KoDbViewport>, kViewport, make<KoDbViewport>},
-    {"DGNUNDERLAY", is<KoDbDgnReference>, {}, nullptr},
+    {"DGNUNDERLAY", is<KoDbDgnReference>, kUnderlay, make<KoDbDgnReference>, nullptr, nullptr, underlayLayers,
+     takeUnderlayLayers},
 };
 
 }  // namespace

@@ -1,11 +1,13 @@
 // The entity kinds files hold, described once for the reader, the writer
-// and kodbDxfName(): each kind's DXF name, the class that models it and,
-// for kinds made of plain values, its subclasses and their fields (group
-// code <-> property). Kinds whose data is not plain values (vertex lists,
-// boundaries, sub-records) have no fields here; the reader and writer have
-// code of their own for those.
+// and kodbDxfName(): each kind's DXF name, the class that models it, its
+// subclasses and their fields (group code <-> property, long texts, lists
+// and repeated groups among them), and the records and extended data that
+// follow some kinds. Kinds not described by fields yet (3D polylines,
+// splines, hatches) have none here; the reader and writer have code of
+// their own for those.
 #pragma once
 
+#include <array>
 #include <span>
 #include <string_view>
 
@@ -21,7 +23,37 @@ enum class FieldType : unsigned char {
     Point2,  // x at the code, y at code + 10
     Normal,  // a point-like vector, left out at the Z axis
     Text,
+    LongText,  // in pieces of code 3 before the last one at the code
+    BlockName, // a block record, by its name
+    Handle,    // an object, by its handle
+    Point2List,  // 2D points, each x at the code and y at code + 10
+    Group,       // a repeated group of numbers (vertices), see EntityGroup
 };
+
+// One number of a repeated group, kept in slot `slot` of an item; written
+// always, or when its slot or `alsoSlot` is not zero.
+struct GroupMember {
+    int code = 0;
+    int slot = 0;
+    int alsoSlot = -1;
+    bool always = false;
+};
+using GroupItem = std::array<double, 5>;
+struct EntityGroup {
+    std::span<const GroupMember> members;  // the first one opens a new item
+    std::vector<GroupItem> (*items)(const KoDbEntity&);
+    Kora::ErrorStatus (*setItems)(KoDbEntity&, std::vector<GroupItem>);
+
+    const GroupMember* member(int code) const
+    {
+        for (const GroupMember& m : members)
+            if (m.code == code) return &m;
+        return nullptr;
+    }
+};
+
+// The code of all but the last piece of a long text.
+constexpr int kTextPieceCode = 3;
 
 struct EntityField {
     int code = 0;
@@ -29,9 +61,13 @@ struct EntityField {
     // Written when `always`, or when the value is not the usual one (a
     // number's `usual`, text other than `usualText` in any case, a normal
     // off the Z axis); also only where `written` (if given) says so. When
-    // required, a record without it does not fit the model and is kept whole.
+    // required, a record without it does not fit the model and is kept whole,
+    // and a required point has no usual value: coordinates left out are zero.
     bool always = false;
     bool required = false;
+    // Set with the points, in field order, after the other values: for a
+    // value that depends on a point (an angle in the plane of a normal).
+    bool late = false;
     double usual = 0.0;
     const wchar_t* usualText = nullptr;
     bool (*written)(const KoDbEntity&) = nullptr;
@@ -41,12 +77,19 @@ struct EntityField {
     Kora::ErrorStatus (*setPoint)(KoDbEntity&, const KoGePoint3d&) = nullptr;
     KoString (*text)(const KoDbEntity&) = nullptr;
     Kora::ErrorStatus (*setText)(KoDbEntity&, const KoString&) = nullptr;
+    KoDbObjectId (*id)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setId)(KoDbEntity&, KoDbObjectId) = nullptr;
+    std::vector<KoGePoint2d> (*points)(const KoDbEntity&) = nullptr;
+    Kora::ErrorStatus (*setPoints)(KoDbEntity&, std::vector<KoGePoint2d>) = nullptr;
+    const EntityGroup* group = nullptr;
 
     bool isPoint() const { return type == FieldType::Point || type == FieldType::Point2 || type == FieldType::Normal; }
+    bool isFlat() const { return type == FieldType::Point2 || type == FieldType::Point2List; }
     // Whether a group code is this field's (any coordinate of a point).
     bool takes(int c) const
     {
-        return c == code || (isPoint() && (c == code + 10 || (c == code + 20 && type != FieldType::Point2)));
+        return c == code || ((isPoint() || type == FieldType::Point2List) && (c == code + 10 || (c == code + 20 && !isFlat()))) ||
+               (type == FieldType::LongText && c == kTextPieceCode) || (type == FieldType::Group && group->member(c));
     }
 };
 
@@ -61,6 +104,13 @@ struct EntityKind {
     // Empty for kinds read and written by code of their own.
     std::span<const EntitySubclass> subclasses;
     KoDbEntity* (*make)();
+    // Records that follow the entity's own (attributes), kept as read.
+    const std::vector<KoDbDxfRecord>& (*records)(const KoDbEntity&) = nullptr;
+    void (*setRecords)(KoDbEntity&, std::vector<KoDbDxfRecord>) = nullptr;
+    // The kind's own part of the extended data, written after the
+    // entity's; the reader takes it out of what it read.
+    KoDbDxfTags (*xdata)(const KoDbEntity&) = nullptr;
+    void (*takeXdata)(KoDbEntity&, KoDbDxfTags&) = nullptr;
 
     bool hasFields() const { return !subclasses.empty(); }
     bool isMarker(std::string_view name) const;

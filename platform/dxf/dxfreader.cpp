@@ -23,7 +23,6 @@ namespace Kora::Dxf {
 namespace {
 
 constexpr double kDegToRad = std::numbers::pi / 180.0;
-constexpr const char* kKoraApp = "KORA_UNDERLAY";
 
 struct RTag {
     int code = 0;
@@ -220,7 +219,8 @@ private:
 
     void tableRecord(const Record& r, KoDbSymbolTable* table);
     void entity(Record& r, KoDbBlockTableRecord* block);
-    std::unique_ptr<KoDbEntity> fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved);
+    std::unique_ptr<KoDbEntity> fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved,
+                                            std::vector<KoDbDxfRecord>& subs);
     std::unique_ptr<KoDbEntity> knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs);
     std::unique_ptr<KoDbEntity> hatch(const Record& r, Common& c, KoDbDxfTags& preserved);
     void object(const Record& r);
@@ -956,11 +956,13 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
 
 // An entity of a kind described by its fields; null when a value does not
 // fit the model or a required one is missing.
-std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved)
+std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved,
+                                                std::vector<KoDbDxfRecord>& subs)
 {
     std::unique_ptr<KoDbEntity> e(kind.make());
     // Points are gathered whole before they are set, so that no half-read
-    // vector is ever offered to the model.
+    // vector is ever offered to the model; late values wait with them (a
+    // late number in x).
     struct Pending {
         const EntityField* field;
         KoGePoint3d value;
@@ -969,9 +971,16 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     std::array<Pending, 8> points;
     size_t pointCount = 0;
     int missing = 0;  // required fields not met yet
+    const EntityField* groupField = nullptr;
+    std::vector<GroupItem> items;
+    const EntityField* listField = nullptr;
+    std::vector<KoGePoint2d> list;
+    const EntityField* longField = nullptr;
+    std::string longText, longTail;  // its pieces, joined before they are decoded
     for (const EntitySubclass& s : kind.subclasses)
         for (const EntityField& f : s.fields) {
-            if (f.isPoint() && pointCount < points.size()) points[pointCount++] = {&f, f.point(*e), false};
+            if ((f.isPoint() || f.late) && pointCount < points.size())
+                points[pointCount++] = {&f, f.required || f.late ? KoGePoint3d() : f.point(*e), false};
             if (f.required) ++missing;
         }
     bool ok = true;
@@ -986,10 +995,45 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             if (!takeCommon(c, t)) preserve(preserved, b);
             continue;
         }
-        if (field->required) --missing;
         if (field->isPoint()) {
             for (size_t i = 0; i < pointCount; ++i)
-                if (points[i].field == field) points[i].seen = point(t, points[i].value, field->code);
+                if (points[i].field == field) {
+                    if (field->required && !points[i].seen) --missing;
+                    points[i].seen = point(t, points[i].value, field->code);
+                }
+            continue;
+        }
+        if (field->required) --missing;
+        if (field->type == FieldType::LongText) {
+            // Pieces add up; the last one, at the field's own code, ends the text.
+            if (!longField) longField = field;
+            if (t.code == kTextPieceCode) longText += t.value;
+            else longTail = t.value;
+            continue;
+        }
+        if (field->type == FieldType::Group) {
+            groupField = field;
+            const GroupMember* m = field->group->member(t.code);
+            if (m == &field->group->members.front()) items.emplace_back();
+            else if (items.empty()) ok = false;
+            if (!items.empty()) items.back()[static_cast<size_t>(m->slot)] = dbl(t);
+            continue;
+        }
+        if (field->type == FieldType::Point2List) {
+            listField = field;
+            if (t.code == field->code) list.emplace_back(dbl(t), 0.0);
+            else if (list.empty()) ok = false;
+            else list.back().y = dbl(t);
+            continue;
+        }
+        if (field->type == FieldType::Handle) {
+            ok = ok && field->setId(*e, idOf(t)) == Kora::eOk;
+            continue;
+        }
+        if (field->type == FieldType::BlockName) {
+            KoDbObjectId block;
+            if (const auto* table = kodbPeek<KoDbSymbolTable>(m_d.blockTable)) table->getAt(wide(t.value), block);
+            ok = ok && field->setId(*e, block) == Kora::eOk;
             continue;
         }
         if (field->type == FieldType::Text) {
@@ -998,11 +1042,28 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
         }
         double v = field->type == FieldType::Int ? integer(t) : dbl(t);
         if (field->type == FieldType::Angle) v *= kDegToRad;
+        if (field->late) {
+            for (size_t i = 0; i < pointCount; ++i)
+                if (points[i].field == field) points[i] = {field, KoGePoint3d(v, 0.0, 0.0), true};
+            continue;
+        }
         ok = ok && field->setNumber(*e, v) == Kora::eOk;
     }
-    for (size_t i = 0; i < pointCount; ++i)
-        if (points[i].seen) ok = ok && points[i].field->setPoint(*e, points[i].value) == Kora::eOk;
+    if (longField) ok = ok && longField->setText(*e, wide(longText + longTail)) == Kora::eOk;
+    for (size_t i = 0; i < pointCount; ++i) {
+        const Pending& p = points[i];
+        if (!p.seen) continue;
+        if (p.field->late) ok = ok && p.field->setNumber(*e, p.value.x) == Kora::eOk;
+        else ok = ok && p.field->setPoint(*e, p.value) == Kora::eOk;
+    }
+    if (listField) ok = ok && listField->setPoints(*e, std::move(list)) == Kora::eOk;
+    if (groupField) ok = ok && groupField->group->setItems(*e, std::move(items)) == Kora::eOk;
     if (!ok || missing > 0) return nullptr;
+    if (kind.takeXdata) kind.takeXdata(*e, c.xdata);
+    if (kind.setRecords) {
+        kind.setRecords(*e, std::move(subs));
+        subs.clear();
+    }
     return e;
 }
 
@@ -1011,7 +1072,7 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
 std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs)
 {
     const std::string& n = r.name;
-    if (const EntityKind* kind = entityKind(n); kind && kind->hasFields()) return fieldEntity(*kind, c, preserved);
+    if (const EntityKind* kind = entityKind(n); kind && kind->hasFields()) return fieldEntity(*kind, c, preserved, subs);
     // None of the modelled kinds uses the common property codes in its own
     // subclass, so such codes found there are taken as the properties.
     auto keep = [&](const BodyTag& b) {
@@ -1025,58 +1086,8 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
     };
     bool ok = true;
     auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
-    KoGePoint3d p10, p11, p12;
-    KoGeVector3d normal = KoGeVector3d::kZAxis();
+    KoGePoint3d p10;
 
-    if (n == "ELLIPSE") {
-        double ratio = 1, start = 0, end = 2 * std::numbers::pi;
-        KoGeVector3d major;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbEllipse"}) || point(t, p10, 10) || vec(t, major, 11) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 40: ratio = dbl(t); break;
-            case 41: start = dbl(t); break;
-            case 42: end = dbl(t); break;
-            default: keep(b);
-            }
-        }
-        auto e = std::make_unique<KoDbEllipse>();
-        if (e->set(p10, normal, major, ratio, start, end) != Kora::eOk) {
-            return nullptr;
-        }
-        return e;
-    }
-    if (n == "LWPOLYLINE") {
-        auto e = std::make_unique<KoDbPolyline>();
-        std::vector<KoDbPolyline::Vertex> vs;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbPolyline"}) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 90: vs.reserve(static_cast<size_t>(std::clamp(integer(t), 0, 1 << 20))); break;
-            case 70: {
-                const int f = integer(t);
-                e->setClosed((f & 1) != 0);
-                e->setPlinegen((f & 128) != 0);
-                break;
-            }
-            case 43: e->setConstantWidth(dbl(t)); break;
-            case 38: e->setElevation(dbl(t)); break;
-            case 39: e->setThickness(dbl(t)); break;
-            case 10: vs.emplace_back(); vs.back().point.x = dbl(t); break;
-            case 20: if (vs.empty()) return nullptr; vs.back().point.y = dbl(t); break;
-            case 40: if (vs.empty()) return nullptr; vs.back().startWidth = dbl(t); break;
-            case 41: if (vs.empty()) return nullptr; vs.back().endWidth = dbl(t); break;
-            case 42: if (vs.empty()) return nullptr; vs.back().bulge = dbl(t); break;
-            case 91: break;  // vertex identifiers are given anew
-            default: keep(b);
-            }
-        }
-        e->setVertices(std::move(vs));
-        e->setNormal(normal);
-        return e;
-    }
     if (n == "POLYLINE") {
         int flags = 0;
         for (const BodyTag& b : c.body)
@@ -1154,133 +1165,7 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         }
         return e;
     }
-    if (n == "MTEXT") {
-        auto e = std::make_unique<KoDbMText>();
-        std::string contents, last;
-        bool hasDirection = false;
-        double rotation = 0;
-        bool hasRotation = false;
-        KoGeVector3d direction;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbMText"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            if (vec(t, direction, 11)) {
-                hasDirection = true;
-                continue;
-            }
-            switch (t.code) {
-            case 3: contents += t.value; break;
-            case 1: last = t.value; break;
-            case 7: check(e->setTextStyleName(wide(t.value))); break;
-            case 40: check(e->setTextHeight(dbl(t))); break;
-            case 41: check(e->setWidth(dbl(t))); break;
-            case 44: check(e->setLineSpacingFactor(dbl(t))); break;
-            case 50: rotation = dbl(t) * kDegToRad; hasRotation = true; break;
-            case 71: check(e->setAttachment(static_cast<KoDbMText::AttachmentPoint>(integer(t)))); break;
-            case 72: check(e->setFlowDirection(integer(t))); break;
-            case 73: check(e->setLineSpacingStyle(integer(t))); break;
-            default: keep(b);
-            }
-        }
-        e->setLocation(p10);
-        e->setNormal(normal);
-        e->setContents(wide(contents + last));
-        if (hasDirection) check(e->setDirection(direction));
-        else if (hasRotation) check(e->setRotation(rotation));
-        if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
-    if (n == "INSERT") {
-        auto e = std::make_unique<KoDbBlockReference>();
-        KoGeScale3d scale;
-        std::string blockName;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbBlockReference"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 2: blockName = t.value; break;
-            case 41: scale.sx = dbl(t); break;
-            case 42: scale.sy = dbl(t); break;
-            case 43: scale.sz = dbl(t); break;
-            case 50: check(e->setRotation(dbl(t) * kDegToRad)); break;
-            case 66: break;  // follows from the attribute records
-            default: keep(b);
-            }
-        }
-        KoDbObjectId block;
-        if (const auto* table = kodbPeek<KoDbSymbolTable>(m_d.blockTable)) table->getAt(wide(blockName), block);
-        check(e->setBlockTableRecord(block));
-        check(e->setScaleFactors(scale));
-        e->setPosition(p10);
-        e->setNormal(normal);
-        e->setAttributeRecords(std::move(subs));
-        subs.clear();
-        if (!ok) {
-            subs = e->attributeRecords();
-            return nullptr;
-        }
-        return e;
-    }
     if (n == "HATCH") return hatch(r, c, preserved);
-    if (n == "DGNUNDERLAY") {
-        auto e = std::make_unique<KoDbDgnReference>();
-        KoGeScale3d scale;
-        std::vector<KoGePoint2d> clip;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbUnderlayReference"}) || point(t, p10, 10) || vec(t, normal, 210)) continue;
-            switch (t.code) {
-            case 340: check(e->setDefinitionId(idOf(t))); break;
-            case 41: scale.sx = dbl(t); break;
-            case 42: scale.sy = dbl(t); break;
-            case 43: scale.sz = dbl(t); break;
-            case 50: check(e->setRotation(dbl(t) * kDegToRad)); break;
-            case 280: {
-                const int f = integer(t);
-                e->setIsClipped(f & 1);
-                e->setIsOn(f & 2);
-                e->setIsMonochrome(f & 4);
-                e->setIsAdjustedForBackground(f & 8);
-                break;
-            }
-            case 281: check(e->setContrast(static_cast<uint8_t>(std::clamp(integer(t), 20, 100)))); break;
-            case 282: check(e->setFade(static_cast<uint8_t>(std::clamp(integer(t), 0, 80)))); break;
-            case 11: clip.emplace_back(dbl(t), 0.0); break;
-            case 21: if (clip.empty()) return nullptr; clip.back().y = dbl(t); break;
-            default: keep(b);
-            }
-        }
-        check(e->setPosition(p10));
-        check(e->setScaleFactors(scale));
-        check(e->setNormal(normal));
-        check(e->setClipBoundary(std::move(clip)));
-        // Layer states travel in the platform's own extended data.
-        std::vector<KoDbUnderlayLayer> layers;
-        KoDbDxfTags rest;
-        bool inKora = false;
-        for (size_t k = 0; k < c.xdata.size(); ++k) {
-            const KoDbDxfTag& t = c.xdata[k];
-            if (t.code == 1001) inKora = t.value == kKoraApp;
-            if (!inKora) {
-                rest.push_back(t);
-                continue;
-            }
-            if (t.code == 1000 && k + 1 < c.xdata.size() && c.xdata[k + 1].code == 1070) {
-                int64_t state = 1;
-                parseInt(c.xdata[k + 1].value, state);
-                layers.push_back({wide(t.value), state ? KoDbUnderlayLayer::kOn : KoDbUnderlayLayer::kOff});
-                ++k;
-            }
-        }
-        c.xdata = std::move(rest);
-        e->setUnderlayLayers(std::move(layers));
-        if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
     std::unique_ptr<KoDbOpaqueEntity> opaque;
     if (n == "3DSOLID") opaque = std::make_unique<KoDb3dSolid>();
     else if (n == "REGION") opaque = std::make_unique<KoDbRegion>();

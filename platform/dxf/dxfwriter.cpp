@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "dbimpl.h"
+#include "dxfcodes.h"
 #include "dxfentitykinds.h"
 #include "kora/atomicfile.h"
 #include "kora/db/underlay.h"
@@ -23,7 +24,6 @@ struct Sink {
 };
 
 constexpr double kRadToDeg = 180.0 / std::numbers::pi;
-constexpr const char* kKoraApp = "KORA_UNDERLAY";
 
 const char* defaultRecordSubclass(const std::string& table)
 {
@@ -538,32 +538,9 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     if (!e->visibility()) tag(60, 1);
     keptOfCurrent();
 
-    if (const EntityKind* kind = entityKind(e); kind && kind->hasFields()) {
+    const EntityKind* kind = entityKind(e);
+    if (kind && kind->hasFields()) {
         fields(*kind, e);
-    } else if (const auto* el = KoDbEllipse::cast(e)) {
-        subclass("AcDbEllipse");
-        point(10, el->center());
-        point(11, el->majorAxis());
-        normal(el->normal());
-        real(40, el->radiusRatio());
-        real(41, el->startParam());
-        real(42, el->endParam());
-    } else if (const auto* pl = KoDbPolyline::cast(e)) {
-        subclass("AcDbPolyline");
-        tag(90, pl->numVerts());
-        tag(70, (pl->isClosed() ? 1 : 0) | (pl->hasPlinegen() ? 128 : 0));
-        if (pl->constantWidth() != 0.0) real(43, pl->constantWidth());
-        if (pl->elevation() != 0.0) real(38, pl->elevation());
-        if (pl->thickness() != 0.0) real(39, pl->thickness());
-        for (const auto& v : pl->vertices()) {
-            point2(10, v.point);
-            if (v.startWidth != 0.0 || v.endWidth != 0.0) {
-                real(40, v.startWidth);
-                real(41, v.endWidth);
-            }
-            if (v.bulge != 0.0) real(42, v.bulge);
-        }
-        normal(pl->normal());
     } else if (const auto* p3 = KoDb3dPolyline::cast(e)) {
         subclass("AcDb3dPolyline");
         tag(66, 1);
@@ -605,78 +582,15 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
         for (double w : s->weights()) real(41, w);
         for (const auto& p : s->controlPoints()) point(10, p);
         for (const auto& p : s->fitPoints()) point(11, p);
-    } else if (const auto* m = KoDbMText::cast(e)) {
-        subclass("AcDbMText");
-        point(10, m->location());
-        real(40, m->textHeight());
-        real(41, m->width());
-        tag(71, m->attachment());
-        if (m->flowDirection() != 1) tag(72, m->flowDirection());
-        // Long texts go in pieces of at most 250 bytes, never splitting a character.
-        const std::string text = m->contents().toUtf8();
-        size_t at = 0;
-        while (text.size() - at > 250) {
-            size_t cut = at + 250;
-            while (cut > at && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
-            tag(3, std::string_view(text).substr(at, cut - at));
-            at = cut;
-        }
-        tag(1, std::string_view(text).substr(at));
-        if (!m->textStyleName().equalsNoCase(L"Standard")) tag(7, m->textStyleName());
-        normal(m->normal());
-        if (m->direction() != KoGeVector3d::kXAxis() || m->normal() != KoGeVector3d::kZAxis()) point(11, m->direction());
-        if (m->lineSpacingStyle() != 1) tag(73, m->lineSpacingStyle());
-        if (m->lineSpacingFactor() != 1.0) real(44, m->lineSpacingFactor());
-    } else if (const auto* br = KoDbBlockReference::cast(e)) {
-        subclass("AcDbBlockReference");
-        if (!br->attributeRecords().empty()) tag(66, 1);
-        const auto* block = kodbPeek<KoDbBlockTableRecord>(br->blockTableRecord());
-        tag(2, block ? block->getName() : KoString());
-        point(10, br->position());
-        const KoGeScale3d& sc = br->scaleFactors();
-        if (sc.sx != 1.0) real(41, sc.sx);
-        if (sc.sy != 1.0) real(42, sc.sy);
-        if (sc.sz != 1.0) real(43, sc.sz);
-        if (br->rotation() != 0.0) real(50, br->rotation() * kRadToDeg);
-        normal(br->normal());
-        keptOfCurrent();
-        end(e);
-        for (const KoDbDxfRecord& sub : br->attributeRecords()) {
-            tag(0, sub.dxfName);
-            tags(sub.tags);
-        }
-        return;
     } else if (const auto* h = KoDbHatch::cast(e)) {
         hatch(h);
-    } else if (const auto* u = KoDbUnderlayReference::cast(e)) {
-        subclass("AcDbUnderlayReference");
-        ref(340, u->definitionId());
-        point(10, u->position());
-        real(41, u->scaleFactors().sx);
-        real(42, u->scaleFactors().sy);
-        real(43, u->scaleFactors().sz);
-        real(50, u->rotation() * kRadToDeg);
-        normal(u->normal());
-        tag(280, (u->isClipped() ? 1 : 0) | (u->isOn() ? 2 : 0) | (u->isMonochrome() ? 4 : 0) |
-                     (u->isAdjustedForBackground() ? 8 : 0));
-        tag(281, u->contrast());
-        tag(282, u->fade());
-        for (const auto& p : u->clipBoundary()) point2(11, p);
-        keptOfCurrent();
-        end(e);
-        if (!u->underlayLayers().empty()) {
-            tag(1001, kKoraApp);
-            for (const auto& layer : u->underlayLayers()) {
-                tag(1000, layer.name);
-                tag(1070, layer.state == KoDbUnderlayLayer::kOn ? 1 : 0);
-            }
-        }
-        return;
     }
     keptOfCurrent();
     end(e);
-    if (const auto* unknown = KoDbUnknownEntity::cast(e))
-        for (const KoDbDxfRecord& sub : unknown->subRecords()) {
+    if (kind && kind->xdata) tags(kind->xdata(*e));
+    const auto* unknown = KoDbUnknownEntity::cast(e);
+    if (unknown || (kind && kind->records))
+        for (const KoDbDxfRecord& sub : unknown ? unknown->subRecords() : kind->records(*e)) {
             tag(0, sub.dxfName);
             tags(sub.tags);
         }
@@ -695,6 +609,30 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
                 const KoGePoint3d p = f.point(*e);
                 if (f.type == FieldType::Point2) point2(f.code, {p.x, p.y});
                 else if (f.always || p != KoGePoint3d(0, 0, 1)) point(f.code, p);
+            } else if (f.type == FieldType::LongText) {
+                // Pieces of at most 250 bytes, never splitting a character.
+                const std::string text = f.text(*e).toUtf8();
+                size_t at = 0;
+                while (text.size() - at > 250) {
+                    size_t cut = at + 250;
+                    while (cut > at && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+                    tag(kTextPieceCode, std::string_view(text).substr(at, cut - at));
+                    at = cut;
+                }
+                tag(f.code, std::string_view(text).substr(at));
+            } else if (f.type == FieldType::Group) {
+                for (const GroupItem& item : f.group->items(*e))
+                    for (const GroupMember& m : f.group->members)
+                        if (m.always || item[static_cast<size_t>(m.slot)] != 0.0 ||
+                            (m.alsoSlot >= 0 && item[static_cast<size_t>(m.alsoSlot)] != 0.0))
+                            real(m.code, item[static_cast<size_t>(m.slot)]);
+            } else if (f.type == FieldType::Point2List) {
+                for (const KoGePoint2d& p : f.points(*e)) point2(f.code, p);
+            } else if (f.type == FieldType::Handle) {
+                ref(f.code, f.id(*e));
+            } else if (f.type == FieldType::BlockName) {
+                const auto* block = kodbPeek<KoDbBlockTableRecord>(f.id(*e));
+                tag(f.code, block ? block->getName() : KoString());
             } else if (f.type == FieldType::Text) {
                 const KoString v = f.text(*e);
                 if (f.always || !v.equalsNoCase(f.usualText)) tag(f.code, v);

@@ -480,6 +480,22 @@ TEST(KoDbDxf, DgnUnderlaysReadAndWritten)
     KoDbObjectPointer<KoDbDgnDefinition> def(r->definitionId());
     EXPECT_EQ(def->getActiveFileName(), KoString(L"/projects/a/plan.dgn"));
     EXPECT_FALSE(def->useMasterUnits());
+
+    // A clip point with no x does not fit the model: the reference is kept
+    // whole, its layer states with it.
+    std::string text;
+    ASSERT_EQ(kodbWriteDxf(made, text), Kora::eOk);
+    const size_t fade = text.find("282\n", text.find("DGNUNDERLAY"));
+    ASSERT_NE(fade, std::string::npos);
+    text.insert(text.find('\n', fade + 4) + 1, " 21\n1.0\n");
+    KoDbDatabase broken(false);
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(broken, text, L"broken.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["DGNUNDERLAY"], 1);
+    std::string again;
+    ASSERT_EQ(kodbWriteDxf(broken, again), Kora::eOk);
+    const size_t kept = again.find("DGNUNDERLAY", again.find("ENTITIES"));
+    EXPECT_NE(again.find("1000\nLevel 7\n1070\n0\n", kept), std::string::npos);
 }
 
 TEST(KoDbDxf, ContentAnExportScanLooksFor)
@@ -924,4 +940,118 @@ TEST(KoDbDxf, EntityFieldsThatDoNotFitTheModel)
     EXPECT_NE(fit.find(" 72\n5\n 11\n9.0\n"), std::string::npos) << fit;
     const std::string line = record("FFF2");
     EXPECT_NE(line.find(" 91\n42\n"), std::string::npos) << line;
+}
+
+TEST(KoDbDxf, EllipsesAreTakenWholeOrKeptWhole)
+{
+    std::string text = smallDrawing();
+    const std::string head = "  0\nELLIPSE\n  5\n%s\n100\nAcDbEntity\n  8\n0\n100\nAcDbEllipse\n 10\n1.0\n 20\n2.0\n 30\n0.0\n";
+    auto ellipse = [&](const char* handle, const std::string& rest) {
+        std::string r = head;
+        r.replace(r.find("%s"), 2, handle);
+        return r + rest;
+    };
+    const std::string extra =
+        // No major axis, and a ratio past one: neither fits the model.
+        ellipse("FFF0", " 40\n0.5\n") + ellipse("FFF1", " 11\n4.0\n 21\n0.0\n 31\n0.0\n 40\n1.5\n") +
+        // An axis given without its x has x zero, not the usual one.
+        ellipse("FFF2", " 21\n3.0\n 40\n0.25\n 41\n0.5\n");
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"ellipses.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["ELLIPSE"], 2);
+    Found<KoDbEllipse> e(db);
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->majorAxis(), KoGeVector3d(0.0, 3.0, 0.0));
+    EXPECT_EQ(e->center(), KoGePoint3d(1.0, 2.0, 0.0));
+    EXPECT_EQ(e->radiusRatio(), 0.25);
+    EXPECT_EQ(e->startParam(), 0.5);
+    EXPECT_EQ(e->endParam(), 2 * std::numbers::pi);
+}
+
+TEST(KoDbDxf, TextRotationIsInThePlaneOfItsNormalAndADirectionWinsOverIt)
+{
+    std::string text = smallDrawing();
+    const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbMText\n 10\n0.0\n 20\n0.0\n 30\n0.0\n 40\n2.5\n  1\nm\n";
+    const std::string extra =
+        // The rotation comes before the normal it is measured against.
+        "  0\nMTEXT\n  5\nFFF0\n" + head + " 50\n180.0\n210\n0.0\n220\n0.0\n230\n-1.0\n" +
+        "  0\nMTEXT\n  5\nFFF1\n" + head + " 11\n0.0\n 21\n2.0\n 31\n0.0\n 50\n45.0\n" +
+        // No direction: the text is kept whole.
+        "  0\nMTEXT\n  5\nFFF2\n" + head + " 11\n0.0\n 21\n0.0\n 31\n0.0\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"mtext.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["MTEXT"], 1);
+    Found<KoDbMText> flipped(db), directed(db, 1);
+    ASSERT_TRUE(flipped);
+    ASSERT_TRUE(directed);
+    // Seen from below, the plane's x axis is the world's -x: half a turn is +x.
+    EXPECT_NEAR(flipped->direction().x, 1.0, 1e-12);
+    EXPECT_NEAR(flipped->direction().y, 0.0, 1e-12);
+    EXPECT_EQ(directed->direction(), KoGeVector3d(0.0, 1.0, 0.0));
+}
+
+TEST(KoDbDxf, InsertsThatDoNotFitAreKeptWithTheirAttributes)
+{
+    std::string text = smallDrawing();
+    const std::string attribs = "  0\nATTRIB\n  5\nFFE0\n100\nAcDbEntity\n  8\n0\n100\nAcDbText\n 10\n0.0\n 20\n0.0\n 30\n0.0\n"
+                                " 40\n1.0\n  1\nv\n100\nAcDbAttribute\n  2\nTAG\n  0\nSEQEND\n  5\nFFE1\n100\nAcDbEntity\n  8\n0\n";
+    const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbBlockReference\n 66\n1\n";
+    const std::string extra =
+        // A block no table holds, and a scale of zero: neither fits the model.
+        "  0\nINSERT\n  5\nFFF0\n" + head + "  2\nNowhere\n 10\n1.0\n 20\n2.0\n 30\n0.0\n" + attribs +
+        "  0\nINSERT\n  5\nFFF1\n" + head + "  2\n*Model_Space\n 10\n1.0\n 20\n2.0\n 30\n0.0\n 42\n0.0\n" +
+        std::string(attribs).replace(attribs.find("FFE0"), 4, "FFE2").replace(attribs.find("FFE1"), 4, "FFE3");
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"inserts.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["INSERT"], 2);
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    // The one kept whole goes back with its attributes after it.
+    const size_t at = out.find("  5\nFFF1\n");
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_NE(out.substr(at, out.find("  0\n", at) - at).find(" 42\n0.0\n"), std::string::npos);
+    const size_t attrib = out.find("  0\nATTRIB\n", at);
+    EXPECT_EQ(attrib, out.find("  0\n", at));
+    EXPECT_EQ(out.find("  0\nSEQEND\n", attrib), out.find("  0\n", attrib + 1));
+}
+
+TEST(KoDbDxf, PolylineVerticesAreReadAsAGroupAndWidthsWrittenInPairs)
+{
+    std::string text = smallDrawing();
+    const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbPolyline\n 90\n2\n 70\n1\n";
+    const std::string extra =
+        // A width before any vertex: kept whole.
+        "  0\nLWPOLYLINE\n  5\nFFF0\n" + head + " 40\n1.0\n 10\n0.0\n 20\n0.0\n" +
+        "  0\nLWPOLYLINE\n  5\nFFF1\n" + head + " 10\n0.0\n 20\n0.0\n 91\n7\n 41\n2.0\n 10\n5.0\n 20\n1.0\n 42\n0.5\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"lwpolylines.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["LWPOLYLINE"], 1);
+    {
+        Found<KoDbPolyline> p(db);
+        ASSERT_TRUE(p);
+        ASSERT_EQ(p->numVerts(), 2);
+        EXPECT_TRUE(p->isClosed());
+        EXPECT_EQ(p->vertices()[0].endWidth, 2.0);
+        EXPECT_EQ(p->vertices()[1].bulge, 0.5);
+        EXPECT_EQ(p->vertices()[1].point, KoGePoint2d(5.0, 1.0));
+    }
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    const size_t at = out.find("  5\nFFF1\n");
+    ASSERT_NE(at, std::string::npos);
+    const std::string record = out.substr(at, out.find("  0\n", at) - at);
+    EXPECT_NE(record.find(" 10\n0.0\n 20\n0.0\n 40\n0.0\n 41\n2.0\n 10\n5.0\n 20\n1.0\n 42\n0.5\n"), std::string::npos) << record;
+    EXPECT_EQ(record.find(" 91\n"), std::string::npos) << "vertex identifiers are not kept";
 }
