@@ -8,7 +8,7 @@ root=$(cd "$here/../.." && pwd)
 build=${KORA_FUZZ_BUILD:-$root/build-fuzz}
 seconds=${1:-600}
 cmake -S "$root" -B "$build" -G Ninja -DKORA_FUZZ=ON -DKORA_BENCH=OFF \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang-16 -DCMAKE_CXX_COMPILER=clang++-16 \
   -DCMAKE_CXX_FLAGS="-fsanitize=address,fuzzer-no-link" >/dev/null
 ninja -C "$build" -j2 fuzz_dxf_reader
 corpus="$build/dxf-corpus"
