@@ -14,7 +14,10 @@ function(kora_add_layer name)
   else()
     add_library(${name} SHARED ${ARG_SOURCES})
     set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)
-    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+    # Sanitizer builds leave the sanitizer's symbols to the executable.
+    if(NOT KORA_FUZZ)
+      target_link_options(${name} PRIVATE -Wl,--no-undefined)
+    endif()
     install(TARGETS ${name} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/kora)
   endif()
   target_include_directories(${name} PUBLIC

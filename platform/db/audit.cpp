@@ -96,7 +96,9 @@ void Auditor::requiredRecords()
 void Auditor::layouts()
 {
     const auto* blocks = kodbPeek<KoDbSymbolTable>(m_db.blockTableId());
-    if (m_db.layoutDictionaryId().isNull()) {
+    // A named-objects entry that is not a dictionary (a damaged file) is as
+    // good as none: the rebuilt dictionary takes its place.
+    if (!kodbPeek<KoDbDictionary>(m_db.layoutDictionaryId())) {
         KoDbObjectPointer<KoDbDictionary> named(m_db.namedObjectsDictionaryId(), KoDb::kForWrite);
         KoDbObjectPointer<KoDbDictionary> added;
         added.create();
@@ -116,6 +118,7 @@ void Auditor::layouts()
                  "the layout dictionary was missing; it was rebuilt with " + std::to_string(added->numEntries()) + " layouts");
     }
     const auto* dictionary = kodbPeek<KoDbDictionary>(m_db.layoutDictionaryId());
+    if (!dictionary) return;
     for (const KoDbDictionary::Entry& entry : dictionary->entries()) {
         const auto* layout = live<KoDbLayout>(entry.id);
         if (!layout || live<KoDbBlockTableRecord>(layout->getBlockTableRecordId())) continue;

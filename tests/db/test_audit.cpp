@@ -217,6 +217,24 @@ TEST(Audit, LostLayoutDictionaryIsRebuiltFromTheLayoutBlocks)
     EXPECT_EQ(layouts->numEntries(), 2);
 }
 
+// Found by the fuzzer: the named-objects entry of the layouts names an
+// object of another kind.
+TEST(Audit, LayoutEntryOfAnotherKindIsReplacedByARebuiltDictionary)
+{
+    KoDbDatabase db;
+    {
+        KoDbObjectPointer<KoDbDictionary> named(db.namedObjectsDictionaryId(), KoDb::kForWrite);
+        KoDbObjectPointer<KoDbUnknownObject> odd;
+        odd.create();
+        KoDbObjectId id;
+        ASSERT_EQ(named->setAt(KODB_LAYOUT_DICTIONARY, odd.object(), id), Kora::eOk);
+    }
+    expectOne(db, AuditCode::kMissingLayoutDictionary);
+    KoDbObjectPointer<KoDbDictionary> layouts(db.layoutDictionaryId());
+    ASSERT_TRUE(layouts);
+    EXPECT_TRUE(layouts->has(L"Layout1"));
+}
+
 TEST(Audit, LayoutWithoutItsBlockIsLinkedOrGivenOne)
 {
     KoDbDatabase db;
