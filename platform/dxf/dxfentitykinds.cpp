@@ -429,6 +429,93 @@ constexpr std::array kPolylineFields {
 };
 constexpr std::array kPolyline {EntitySubclass {"AcDbPolyline", kPolylineFields}};
 
+using S = KoDbSpline;
+// A count, written from its list and read past: the lists say it.
+template <auto List>
+constexpr EntityField count(int code)
+{
+    return {.code = code,
+            .type = FieldType::Int,
+            .always = true,
+            .number = [](const KoDbEntity& e) -> double { return static_cast<double>((static_cast<const S&>(e).*List)().size()); },
+            .setNumber = [](KoDbEntity&, double) { return Kora::eOk; }};
+}
+// Degree and flags have no setter: they are set with the knots and
+// control points, gathered first.
+template <auto Get>
+constexpr EntityField splineInt(int code, int usual)
+{
+    return {.code = code,
+            .type = FieldType::Int,
+            .always = true,
+            .usual = static_cast<double>(usual),
+            .number = [](const KoDbEntity& e) -> double { return (static_cast<const S&>(e).*Get)(); }};
+}
+template <auto Get, bool Start>
+constexpr EntityField tangent(int code)
+{
+    return {.code = code,
+            .type = FieldType::Point,
+            .always = true,
+            .written = [](const KoDbEntity& e) { return (static_cast<const S&>(e).*Get)().length() > 0.0; },
+            .point = [](const KoDbEntity& e) {
+                const KoGeVector3d& v = (static_cast<const S&>(e).*Get)();
+                return KoGePoint3d(v.x, v.y, v.z);
+            },
+            .setPoint = [](KoDbEntity& e, const KoGePoint3d& p) {
+                auto& s = static_cast<S&>(e);
+                const KoGeVector3d v(p.x, p.y, p.z);
+                return Start ? s.setFitTangents(v, s.endFitTangent()) : s.setFitTangents(s.startFitTangent(), v);
+            }};
+}
+template <auto Get>
+constexpr EntityField reals(int code)
+{
+    return {.code = code,
+            .type = FieldType::RealList,
+            .always = true,
+            .reals = [](const KoDbEntity& e) { return (static_cast<const S&>(e).*Get)(); }};
+}
+template <auto Get>
+constexpr EntityField points(int code)
+{
+    return {.code = code,
+            .type = FieldType::PointList,
+            .always = true,
+            .pointList = [](const KoDbEntity& e) { return (static_cast<const S&>(e).*Get)(); }};
+}
+constexpr std::array kSplineFields {
+    point<S, &S::normal, &S::setNormal>(210, FieldType::Point,
+                                         [](const KoDbEntity& e) { return static_cast<const S&>(e).normal().length() > 0.0; }),
+    splineInt<&S::flags>(70, 0),
+    splineInt<&S::degree>(71, 3),
+    count<&S::knots>(72),
+    count<&S::controlPoints>(73),
+    count<&S::fitPoints>(74),
+    tangent<&S::startFitTangent, true>(12),
+    tangent<&S::endFitTangent, false>(13),
+    reals<&S::knots>(40),
+    reals<&S::weights>(41),
+    points<&S::controlPoints>(10),
+    points<&S::fitPoints>(11),
+};
+constexpr std::array kSpline {EntitySubclass {"AcDbSpline", kSplineFields}};
+
+// A spline is either its control points (with degree, flags, knots and
+// weights) or its fit points; one without either does not fit the model.
+Kora::ErrorStatus assembleSpline(KoDbEntity& e, const Gathered& g)
+{
+    auto& s = static_cast<S&>(e);
+    std::vector<KoGePoint3d> cps = g.pointList(10), fits = g.pointList(11);
+    if (cps.empty() && fits.empty()) return Kora::eInvalidInput;
+    if (!cps.empty()) {
+        const Kora::ErrorStatus es = s.setNurbsData(static_cast<int>(g.number(71, 3)), static_cast<int>(g.number(70, 0)),
+                                                    g.realList(40), std::move(cps), g.realList(41));
+        if (es != Kora::eOk) return es;
+    }
+    return s.setFitPoints(std::move(fits));
+}
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -440,7 +527,7 @@ const EntityKind kKinds[] = {
     {"ELLIPSE", is<KoDbEllipse>, kEllipse, make<KoDbEllipse>},
     {"LWPOLYLINE", is<KoDbPolyline>, kPolyline, make<KoDbPolyline>},
     {"POLYLINE", is<KoDb3dPolyline>, {}, nullptr},
-    {"SPLINE", is<KoDbSpline>, {}, nullptr},
+    {"SPLINE", is<KoDbSpline>, kSpline, make<KoDbSpline>, nullptr, nullptr, nullptr, nullptr, assembleSpline},
     {"POINT", is<KoDbPoint>, kPoint, make<KoDbPoint>},
     {"TEXT", is<KoDbText>, kText, make<KoDbText>},
     {"MTEXT", is<KoDbMText>, kMText, make<KoDbMText>},

@@ -977,6 +977,7 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     std::vector<KoGePoint2d> list;
     const EntityField* longField = nullptr;
     std::string longText, longTail;  // its pieces, joined before they are decoded
+    Gathered gathered;  // what the kind sets in one go
     for (const EntitySubclass& s : kind.subclasses)
         for (const EntityField& f : s.fields) {
             if ((f.isPoint() || f.late) && pointCount < points.size())
@@ -1019,6 +1020,17 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             if (!items.empty()) items.back()[static_cast<size_t>(m->slot)] = dbl(t);
             continue;
         }
+        if (field->type == FieldType::RealList) {
+            gathered.at(gathered.reals, field->code).push_back(dbl(t));
+            continue;
+        }
+        if (field->type == FieldType::PointList) {
+            std::vector<KoGePoint3d>& pts = gathered.at(gathered.points, field->code);
+            if (t.code == field->code) pts.emplace_back();
+            if (pts.empty()) ok = false;
+            else point(t, pts.back(), field->code);
+            continue;
+        }
         if (field->type == FieldType::Point2List) {
             listField = field;
             if (t.code == field->code) list.emplace_back(dbl(t), 0.0);
@@ -1047,7 +1059,8 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
                 if (points[i].field == field) points[i] = {field, KoGePoint3d(v, 0.0, 0.0), true};
             continue;
         }
-        ok = ok && field->setNumber(*e, v) == Kora::eOk;
+        if (field->setNumber) ok = ok && field->setNumber(*e, v) == Kora::eOk;
+        else gathered.at(gathered.numbers, field->code) = v;
     }
     if (longField) ok = ok && longField->setText(*e, wide(longText + longTail)) == Kora::eOk;
     for (size_t i = 0; i < pointCount; ++i) {
@@ -1058,6 +1071,7 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     }
     if (listField) ok = ok && listField->setPoints(*e, std::move(list)) == Kora::eOk;
     if (groupField) ok = ok && groupField->group->setItems(*e, std::move(items)) == Kora::eOk;
+    if (kind.assemble) ok = ok && kind.assemble(*e, gathered) == Kora::eOk;
     if (!ok || missing > 0) return nullptr;
     if (kind.takeXdata) kind.takeXdata(*e, c.xdata);
     if (kind.setRecords) {
@@ -1084,8 +1098,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
             if (b.tag->value == s) return true;
         return false;
     };
-    bool ok = true;
-    auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
     KoGePoint3d p10;
 
     if (n == "POLYLINE") {
@@ -1124,45 +1136,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         e->setVertices(std::move(points));
         e->setClosed((flags & 1) != 0);
         subs.clear();
-        return e;
-    }
-    if (n == "SPLINE") {
-        int degree = 3, flags = 0;
-        std::vector<double> knots, weights;
-        std::vector<KoGePoint3d> cps, fits;
-        KoGeVector3d startTangent, endTangent, splineNormal;
-        bool hasNormal = false;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbSpline"}) || vec(t, startTangent, 12) || vec(t, endTangent, 13)) continue;
-            if (vec(t, splineNormal, 210)) {
-                hasNormal = true;
-                continue;
-            }
-            switch (t.code) {
-            case 70: flags = integer(t); break;
-            case 71: degree = integer(t); break;
-            case 72: case 73: case 74: break;  // counts follow from the lists
-            case 40: knots.push_back(dbl(t)); break;
-            case 41: weights.push_back(dbl(t)); break;
-            case 10: cps.emplace_back(); cps.back().x = dbl(t); break;
-            case 20: if (cps.empty()) return nullptr; cps.back().y = dbl(t); break;
-            case 30: if (cps.empty()) return nullptr; cps.back().z = dbl(t); break;
-            case 11: fits.emplace_back(); fits.back().x = dbl(t); break;
-            case 21: if (fits.empty()) return nullptr; fits.back().y = dbl(t); break;
-            case 31: if (fits.empty()) return nullptr; fits.back().z = dbl(t); break;
-            default: keep(b);
-            }
-        }
-        auto e = std::make_unique<KoDbSpline>();
-        if (!cps.empty()) check(e->setNurbsData(degree, flags, std::move(knots), std::move(cps), std::move(weights)));
-        else if (fits.empty()) ok = false;
-        check(e->setFitPoints(std::move(fits)));
-        check(e->setFitTangents(startTangent, endTangent));
-        if (hasNormal) check(e->setNormal(splineNormal));
-        if (!ok) {
-            return nullptr;
-        }
         return e;
     }
     if (n == "HATCH") return hatch(r, c, preserved);

@@ -568,20 +568,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
         if (paperSpace) tag(67, 1);
         tag(8, layer);
         return;
-    } else if (const auto* s = KoDbSpline::cast(e)) {
-        subclass("AcDbSpline");
-        if (s->normal().length() > 0.0) point(210, s->normal());
-        tag(70, s->flags());
-        tag(71, s->degree());
-        tag(72, static_cast<int>(s->knots().size()));
-        tag(73, static_cast<int>(s->controlPoints().size()));
-        tag(74, static_cast<int>(s->fitPoints().size()));
-        if (s->startFitTangent().length() > 0.0) point(12, s->startFitTangent());
-        if (s->endFitTangent().length() > 0.0) point(13, s->endFitTangent());
-        for (double k : s->knots()) real(40, k);
-        for (double w : s->weights()) real(41, w);
-        for (const auto& p : s->controlPoints()) point(10, p);
-        for (const auto& p : s->fitPoints()) point(11, p);
     } else if (const auto* h = KoDbHatch::cast(e)) {
         hatch(h);
     }
@@ -628,6 +614,10 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
                             real(m.code, item[static_cast<size_t>(m.slot)]);
             } else if (f.type == FieldType::Point2List) {
                 for (const KoGePoint2d& p : f.points(*e)) point2(f.code, p);
+            } else if (f.type == FieldType::RealList) {
+                for (double v : f.reals(*e)) real(f.code, v);
+            } else if (f.type == FieldType::PointList) {
+                for (const KoGePoint3d& p : f.pointList(*e)) point(f.code, p);
             } else if (f.type == FieldType::Handle) {
                 ref(f.code, f.id(*e));
             } else if (f.type == FieldType::BlockName) {
