@@ -516,6 +516,43 @@ Kora::ErrorStatus assembleSpline(KoDbEntity& e, const Gathered& g)
     return s.setFitPoints(std::move(fits));
 }
 
+using P3 = KoDb3dPolyline;
+constexpr std::array kPolyline3Fields {
+    // Written for readers that look for them; what they say is known.
+    EntityField {.code = 66,
+                 .type = FieldType::Int,
+                 .always = true,
+                 .number = [](const KoDbEntity&) { return 1.0; },
+                 .setNumber = [](KoDbEntity&, double) { return Kora::eOk; }},
+    EntityField {.code = 10,
+                 .type = FieldType::Point,
+                 .always = true,
+                 .point = [](const KoDbEntity&) { return KoGePoint3d(); },
+                 .setPoint = [](KoDbEntity&, const KoGePoint3d&) { return Kora::eOk; }},
+    // The flags decide whether the polyline is modelled: gathered.
+    EntityField {.code = 70,
+                 .type = FieldType::Int,
+                 .always = true,
+                 .number = [](const KoDbEntity& e) -> double { return 8 | (static_cast<const P3&>(e).isClosed() ? 1 : 0); }},
+};
+constexpr std::array kPolyline3 {EntitySubclass {"AcDb3dPolyline", kPolyline3Fields}};
+constexpr std::string_view kVertexMarkers[] {"AcDbVertex", "AcDb3dPolylineVertex"};
+// Vertices of spline frames (16) are refused: the curve is not a plain polyline.
+constexpr EntitySequence kPolyline3Vertices {"VERTEX", kVertexMarkers, 32, 16,
+                                             [](const KoDbEntity& e) { return static_cast<const P3&>(e).vertices(); }};
+
+// Only plain 3D polylines are modelled; 2D, smoothed and mesh polylines
+// do not fit.
+Kora::ErrorStatus assemblePolyline3(KoDbEntity& e, const Gathered& g)
+{
+    auto& p = static_cast<P3&>(e);
+    const int flags = static_cast<int>(g.number(70, 0));
+    if ((flags & 8) == 0 || (flags & (4 | 16 | 64)) != 0) return Kora::eInvalidInput;
+    p.setVertices(g.vertices);
+    p.setClosed((flags & 1) != 0);
+    return Kora::eOk;
+}
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -526,7 +563,8 @@ const EntityKind kKinds[] = {
     {"CIRCLE", is<KoDbCircle>, kCircle, make<KoDbCircle>},
     {"ELLIPSE", is<KoDbEllipse>, kEllipse, make<KoDbEllipse>},
     {"LWPOLYLINE", is<KoDbPolyline>, kPolyline, make<KoDbPolyline>},
-    {"POLYLINE", is<KoDb3dPolyline>, {}, nullptr},
+    {"POLYLINE", is<KoDb3dPolyline>, kPolyline3, make<KoDb3dPolyline>, nullptr, nullptr, nullptr, nullptr, assemblePolyline3,
+     &kPolyline3Vertices},
     {"SPLINE", is<KoDbSpline>, kSpline, make<KoDbSpline>, nullptr, nullptr, nullptr, nullptr, assembleSpline},
     {"POINT", is<KoDbPoint>, kPoint, make<KoDbPoint>},
     {"TEXT", is<KoDbText>, kText, make<KoDbText>},

@@ -2,9 +2,8 @@
 // and kodbDxfName(): each kind's DXF name, the class that models it, its
 // subclasses and their fields (group code <-> property, long texts, lists
 // and repeated groups among them), and the records and extended data that
-// follow some kinds. Kinds not described by fields yet (3D polylines,
-// hatches) have none here; the reader and writer have code of their own
-// for those.
+// follow some kinds. Hatches are not described by fields yet and have
+// none here; the reader and writer have code of their own for them.
 #pragma once
 
 #include <array>
@@ -41,6 +40,7 @@ struct Gathered {
     std::vector<std::pair<int, double>> numbers;
     std::vector<std::pair<int, std::vector<double>>> reals;
     std::vector<std::pair<int, std::vector<KoGePoint3d>>> points;
+    std::vector<KoGePoint3d> vertices;  // of the records that follow, see EntitySequence
 
     // The value of that code in a list of them, added when not there yet.
     template <class V>
@@ -133,6 +133,18 @@ struct EntitySubclass {
     std::span<const EntityField> fields;
 };
 
+// The vertex records that follow an entity, each a point at code 10 with
+// flags at code 70, ended by a SEQEND record. They are written anew (new
+// handles, the entity's layer); a vertex with any of `refusedFlags` does
+// not fit the model.
+struct EntitySequence {
+    std::string_view record;
+    std::span<const std::string_view> markers;
+    int flags = 0;
+    int refusedFlags = 0;
+    std::vector<KoGePoint3d> (*vertices)(const KoDbEntity&);
+};
+
 struct EntityKind {
     std::string_view dxfName;
     bool (*is)(const KoDbEntity*);
@@ -148,6 +160,7 @@ struct EntityKind {
     void (*takeXdata)(KoDbEntity&, KoDbDxfTags&) = nullptr;
     // Sets what the kind gathers (see Gathered), after its other fields.
     Kora::ErrorStatus (*assemble)(KoDbEntity&, const Gathered&) = nullptr;
+    const EntitySequence* sequence = nullptr;
 
     bool hasFields() const { return !subclasses.empty(); }
     bool isMarker(std::string_view name) const;

@@ -1092,3 +1092,38 @@ TEST(KoDbDxf, SplinesAreSetWholeFromWhatTheirRecordGathers)
     EXPECT_EQ(record.find(" 12\n"), std::string::npos) << "no start tangent, none written";
     EXPECT_EQ(record.find("210\n"), std::string::npos) << "no normal, none written";
 }
+
+TEST(KoDbDxf, PolylinesAreModelledOnlyWhenTheirFlagsAndVerticesSaySo)
+{
+    std::string text = smallDrawing();
+    auto polyline = [](const std::string& handle, int flags, int vertexFlags) {
+        const std::string vertex = "  0\nVERTEX\n100\nAcDbEntity\n  8\n0\n100\nAcDbVertex\n100\nAcDb3dPolylineVertex\n 70\n" +
+                                   std::to_string(vertexFlags) + "\n";
+        return "  0\nPOLYLINE\n  5\n" + handle + "\n100\nAcDbEntity\n  8\n0\n100\nAcDb3dPolyline\n 66\n1\n 70\n" +
+               std::to_string(flags) + "\n" + vertex + " 10\n1.0\n 20\n2.0\n 30\n3.0\n" + vertex + " 10\n4.0\n 20\n5.0\n 30\n6.0\n" +
+               "  0\nSEQEND\n100\nAcDbEntity\n  8\n0\n";
+    };
+    // A 2D polyline, and a 3D one whose vertices frame a spline: kept whole.
+    const std::string extra = polyline("FFF0", 0, 0) + polyline("FFF1", 8, 16) + polyline("FFF2", 9, 32);
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"polylines.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["POLYLINE"], 2);
+    {
+        Found<KoDb3dPolyline> p(db);
+        ASSERT_TRUE(p);
+        EXPECT_TRUE(p->isClosed());
+        EXPECT_EQ(p->vertices(), (std::vector<KoGePoint3d> {{1.0, 2.0, 3.0}, {4.0, 5.0, 6.0}}));
+    }
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    const size_t at = out.find("  5\nFFF2\n");
+    ASSERT_NE(at, std::string::npos);
+    const size_t end = out.find("  0\nSEQEND\n", at);
+    ASSERT_NE(end, std::string::npos);
+    const std::string record = out.substr(at, end - at);
+    EXPECT_NE(record.find("AcDb3dPolyline\n 66\n1\n 10\n0.0\n 20\n0.0\n 30\n0.0\n 70\n9\n  0\nVERTEX\n"), std::string::npos) << record;
+    EXPECT_NE(record.find("AcDb3dPolylineVertex\n 10\n4.0\n 20\n5.0\n 30\n6.0\n 70\n32\n"), std::string::npos) << record;
+}
