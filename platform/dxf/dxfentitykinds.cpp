@@ -429,6 +429,130 @@ constexpr std::array kPolylineFields {
 };
 constexpr std::array kPolyline {EntitySubclass {"AcDbPolyline", kPolylineFields}};
 
+using S = KoDbSpline;
+// A count, written from its list and read past: the lists say it.
+template <auto List>
+constexpr EntityField count(int code)
+{
+    return {.code = code,
+            .type = FieldType::Int,
+            .always = true,
+            .number = [](const KoDbEntity& e) -> double { return static_cast<double>((static_cast<const S&>(e).*List)().size()); },
+            .setNumber = [](KoDbEntity&, double) { return Kora::eOk; }};
+}
+// Degree and flags have no setter: they are set with the knots and
+// control points, gathered first.
+template <auto Get>
+constexpr EntityField splineInt(int code, int usual)
+{
+    return {.code = code,
+            .type = FieldType::Int,
+            .always = true,
+            .usual = static_cast<double>(usual),
+            .number = [](const KoDbEntity& e) -> double { return (static_cast<const S&>(e).*Get)(); }};
+}
+template <auto Get, bool Start>
+constexpr EntityField tangent(int code)
+{
+    return {.code = code,
+            .type = FieldType::Point,
+            .always = true,
+            .written = [](const KoDbEntity& e) { return (static_cast<const S&>(e).*Get)().length() > 0.0; },
+            .point = [](const KoDbEntity& e) {
+                const KoGeVector3d& v = (static_cast<const S&>(e).*Get)();
+                return KoGePoint3d(v.x, v.y, v.z);
+            },
+            .setPoint = [](KoDbEntity& e, const KoGePoint3d& p) {
+                auto& s = static_cast<S&>(e);
+                const KoGeVector3d v(p.x, p.y, p.z);
+                return Start ? s.setFitTangents(v, s.endFitTangent()) : s.setFitTangents(s.startFitTangent(), v);
+            }};
+}
+template <auto Get>
+constexpr EntityField reals(int code)
+{
+    return {.code = code,
+            .type = FieldType::RealList,
+            .always = true,
+            .reals = [](const KoDbEntity& e) { return (static_cast<const S&>(e).*Get)(); }};
+}
+template <auto Get>
+constexpr EntityField points(int code)
+{
+    return {.code = code,
+            .type = FieldType::PointList,
+            .always = true,
+            .pointList = [](const KoDbEntity& e) { return (static_cast<const S&>(e).*Get)(); }};
+}
+constexpr std::array kSplineFields {
+    point<S, &S::normal, &S::setNormal>(210, FieldType::Point,
+                                         [](const KoDbEntity& e) { return static_cast<const S&>(e).normal().length() > 0.0; }),
+    splineInt<&S::flags>(70, 0),
+    splineInt<&S::degree>(71, 3),
+    count<&S::knots>(72),
+    count<&S::controlPoints>(73),
+    count<&S::fitPoints>(74),
+    tangent<&S::startFitTangent, true>(12),
+    tangent<&S::endFitTangent, false>(13),
+    reals<&S::knots>(40),
+    reals<&S::weights>(41),
+    points<&S::controlPoints>(10),
+    points<&S::fitPoints>(11),
+};
+constexpr std::array kSpline {EntitySubclass {"AcDbSpline", kSplineFields}};
+
+// A spline is either its control points (with degree, flags, knots and
+// weights) or its fit points; one without either does not fit the model.
+Kora::ErrorStatus assembleSpline(KoDbEntity& e, const Gathered& g)
+{
+    auto& s = static_cast<S&>(e);
+    std::vector<KoGePoint3d> cps = g.pointList(10), fits = g.pointList(11);
+    if (cps.empty() && fits.empty()) return Kora::eInvalidInput;
+    if (!cps.empty()) {
+        const Kora::ErrorStatus es = s.setNurbsData(static_cast<int>(g.number(71, 3)), static_cast<int>(g.number(70, 0)),
+                                                    g.realList(40), std::move(cps), g.realList(41));
+        if (es != Kora::eOk) return es;
+    }
+    return s.setFitPoints(std::move(fits));
+}
+
+using P3 = KoDb3dPolyline;
+constexpr std::array kPolyline3Fields {
+    // Written for readers that look for them; what they say is known.
+    EntityField {.code = 66,
+                 .type = FieldType::Int,
+                 .always = true,
+                 .number = [](const KoDbEntity&) { return 1.0; },
+                 .setNumber = [](KoDbEntity&, double) { return Kora::eOk; }},
+    EntityField {.code = 10,
+                 .type = FieldType::Point,
+                 .always = true,
+                 .point = [](const KoDbEntity&) { return KoGePoint3d(); },
+                 .setPoint = [](KoDbEntity&, const KoGePoint3d&) { return Kora::eOk; }},
+    // The flags decide whether the polyline is modelled: gathered.
+    EntityField {.code = 70,
+                 .type = FieldType::Int,
+                 .always = true,
+                 .number = [](const KoDbEntity& e) -> double { return 8 | (static_cast<const P3&>(e).isClosed() ? 1 : 0); }},
+};
+constexpr std::array kPolyline3 {EntitySubclass {"AcDb3dPolyline", kPolyline3Fields}};
+constexpr std::string_view kVertexMarkers[] {"AcDbVertex", "AcDb3dPolylineVertex"};
+// Vertices of spline frames (16) are refused: the curve is not a plain polyline.
+constexpr EntitySequence kPolyline3Vertices {"VERTEX", kVertexMarkers, 32, 16,
+                                             [](const KoDbEntity& e) { return static_cast<const P3&>(e).vertices(); }};
+
+// Only plain 3D polylines are modelled; 2D, smoothed and mesh polylines
+// do not fit.
+Kora::ErrorStatus assemblePolyline3(KoDbEntity& e, const Gathered& g)
+{
+    auto& p = static_cast<P3&>(e);
+    const int flags = static_cast<int>(g.number(70, 0));
+    if ((flags & 8) == 0 || (flags & (4 | 16 | 64)) != 0) return Kora::eInvalidInput;
+    p.setVertices(g.vertices);
+    p.setClosed((flags & 1) != 0);
+    return Kora::eOk;
+}
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -439,8 +563,9 @@ const EntityKind kKinds[] = {
     {"CIRCLE", is<KoDbCircle>, kCircle, make<KoDbCircle>},
     {"ELLIPSE", is<KoDbEllipse>, kEllipse, make<KoDbEllipse>},
     {"LWPOLYLINE", is<KoDbPolyline>, kPolyline, make<KoDbPolyline>},
-    {"POLYLINE", is<KoDb3dPolyline>, {}, nullptr},
-    {"SPLINE", is<KoDbSpline>, {}, nullptr},
+    {"POLYLINE", is<KoDb3dPolyline>, kPolyline3, make<KoDb3dPolyline>, nullptr, nullptr, nullptr, nullptr, assemblePolyline3,
+     &kPolyline3Vertices},
+    {"SPLINE", is<KoDbSpline>, kSpline, make<KoDbSpline>, nullptr, nullptr, nullptr, nullptr, assembleSpline},
     {"POINT", is<KoDbPoint>, kPoint, make<KoDbPoint>},
     {"TEXT", is<KoDbText>, kText, make<KoDbText>},
     {"MTEXT", is<KoDbMText>, kMText, make<KoDbMText>},

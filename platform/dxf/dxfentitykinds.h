@@ -2,14 +2,15 @@
 // and kodbDxfName(): each kind's DXF name, the class that models it, its
 // subclasses and their fields (group code <-> property, long texts, lists
 // and repeated groups among them), and the records and extended data that
-// follow some kinds. Kinds not described by fields yet (3D polylines,
-// splines, hatches) have none here; the reader and writer have code of
-// their own for those.
+// follow some kinds. Hatches are not described by fields yet and have
+// none here; the reader and writer have code of their own for them.
 #pragma once
 
 #include <array>
 #include <span>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "kora/db/entities.h"
 
@@ -28,6 +29,37 @@ enum class FieldType : unsigned char {
     Handle,    // an object, by its handle
     Point2List,  // 2D points, each x at the code and y at code + 10
     Group,       // a repeated group of numbers (vertices), see EntityGroup
+    RealList,    // numbers, each at the code
+    PointList,   // points, each x at the code, y at code + 10, z at code + 20
+};
+
+// Values a kind sets in one go (a spline's degree, flags, knots and
+// points), gathered by field code while the record is read: lists, and
+// the numbers of fields that have no setter of their own.
+struct Gathered {
+    std::vector<std::pair<int, double>> numbers;
+    std::vector<std::pair<int, std::vector<double>>> reals;
+    std::vector<std::pair<int, std::vector<KoGePoint3d>>> points;
+    std::vector<KoGePoint3d> vertices;  // of the records that follow, see EntitySequence
+
+    // The value of that code in a list of them, added when not there yet.
+    template <class V>
+    static V& at(std::vector<std::pair<int, V>>& values, int code)
+    {
+        for (auto& [c, v] : values)
+            if (c == code) return v;
+        return values.emplace_back(code, V()).second;
+    }
+    template <class V>
+    static V valueOf(const std::vector<std::pair<int, V>>& values, int code, V usual = V())
+    {
+        for (const auto& [c, v] : values)
+            if (c == code) return v;
+        return usual;
+    }
+    double number(int code, double usual) const { return valueOf(numbers, code, usual); }
+    std::vector<double> realList(int code) const { return valueOf(reals, code); }
+    std::vector<KoGePoint3d> pointList(int code) const { return valueOf(points, code); }
 };
 
 // One number of a repeated group, kept in slot `slot` of an item; written
@@ -82,13 +114,16 @@ struct EntityField {
     std::vector<KoGePoint2d> (*points)(const KoDbEntity&) = nullptr;
     Kora::ErrorStatus (*setPoints)(KoDbEntity&, std::vector<KoGePoint2d>) = nullptr;
     const EntityGroup* group = nullptr;
+    std::vector<double> (*reals)(const KoDbEntity&) = nullptr;
+    std::vector<KoGePoint3d> (*pointList)(const KoDbEntity&) = nullptr;
 
     bool isPoint() const { return type == FieldType::Point || type == FieldType::Point2 || type == FieldType::Normal; }
     bool isFlat() const { return type == FieldType::Point2 || type == FieldType::Point2List; }
     // Whether a group code is this field's (any coordinate of a point).
     bool takes(int c) const
     {
-        return c == code || ((isPoint() || type == FieldType::Point2List) && (c == code + 10 || (c == code + 20 && !isFlat()))) ||
+        const bool coordinates = isPoint() || type == FieldType::Point2List || type == FieldType::PointList;
+        return c == code || (coordinates && (c == code + 10 || (c == code + 20 && !isFlat()))) ||
                (type == FieldType::LongText && c == kTextPieceCode) || (type == FieldType::Group && group->member(c));
     }
 };
@@ -96,6 +131,18 @@ struct EntityField {
 struct EntitySubclass {
     std::string_view marker;
     std::span<const EntityField> fields;
+};
+
+// The vertex records that follow an entity, each a point at code 10 with
+// flags at code 70, ended by a SEQEND record. They are written anew (new
+// handles, the entity's layer); a vertex with any of `refusedFlags` does
+// not fit the model.
+struct EntitySequence {
+    std::string_view record;
+    std::span<const std::string_view> markers;
+    int flags = 0;
+    int refusedFlags = 0;
+    std::vector<KoGePoint3d> (*vertices)(const KoDbEntity&);
 };
 
 struct EntityKind {
@@ -111,6 +158,9 @@ struct EntityKind {
     // entity's; the reader takes it out of what it read.
     KoDbDxfTags (*xdata)(const KoDbEntity&) = nullptr;
     void (*takeXdata)(KoDbEntity&, KoDbDxfTags&) = nullptr;
+    // Sets what the kind gathers (see Gathered), after its other fields.
+    Kora::ErrorStatus (*assemble)(KoDbEntity&, const Gathered&) = nullptr;
+    const EntitySequence* sequence = nullptr;
 
     bool hasFields() const { return !subclasses.empty(); }
     bool isMarker(std::string_view name) const;

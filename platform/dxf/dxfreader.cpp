@@ -977,6 +977,7 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     std::vector<KoGePoint2d> list;
     const EntityField* longField = nullptr;
     std::string longText, longTail;  // its pieces, joined before they are decoded
+    Gathered gathered;  // what the kind sets in one go
     for (const EntitySubclass& s : kind.subclasses)
         for (const EntityField& f : s.fields) {
             if ((f.isPoint() || f.late) && pointCount < points.size())
@@ -992,6 +993,8 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             for (const EntityField& f : s.fields)
                 if (!field && f.takes(t.code)) field = &f;
         if (!field) {
+            // No kind uses the common property codes in its own subclass, so
+            // such codes found there are taken as the properties.
             if (!takeCommon(c, t)) preserve(preserved, b);
             continue;
         }
@@ -1017,6 +1020,17 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             if (m == &field->group->members.front()) items.emplace_back();
             else if (items.empty()) ok = false;
             if (!items.empty()) items.back()[static_cast<size_t>(m->slot)] = dbl(t);
+            continue;
+        }
+        if (field->type == FieldType::RealList) {
+            gathered.at(gathered.reals, field->code).push_back(dbl(t));
+            continue;
+        }
+        if (field->type == FieldType::PointList) {
+            std::vector<KoGePoint3d>& pts = gathered.at(gathered.points, field->code);
+            if (t.code == field->code) pts.emplace_back();
+            if (pts.empty()) ok = false;
+            else point(t, pts.back(), field->code);
             continue;
         }
         if (field->type == FieldType::Point2List) {
@@ -1047,7 +1061,8 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
                 if (points[i].field == field) points[i] = {field, KoGePoint3d(v, 0.0, 0.0), true};
             continue;
         }
-        ok = ok && field->setNumber(*e, v) == Kora::eOk;
+        if (field->setNumber) ok = ok && field->setNumber(*e, v) == Kora::eOk;
+        else gathered.at(gathered.numbers, field->code) = v;
     }
     if (longField) ok = ok && longField->setText(*e, wide(longText + longTail)) == Kora::eOk;
     for (size_t i = 0; i < pointCount; ++i) {
@@ -1058,12 +1073,29 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
     }
     if (listField) ok = ok && listField->setPoints(*e, std::move(list)) == Kora::eOk;
     if (groupField) ok = ok && groupField->group->setItems(*e, std::move(items)) == Kora::eOk;
+    if (kind.sequence) {
+        // Vertex values are read leniently, as they always were.
+        for (const KoDbDxfRecord& v : subs) {
+            if (v.dxfName != kind.sequence->record) continue;
+            KoGePoint3d p;
+            int64_t flags = 0;
+            for (const auto& t : v.tags) {
+                double d = 0;
+                if (t.code == 10 || t.code == 20 || t.code == 30) parseDouble(t.value, d);
+                if (t.code == 10) p.x = d;
+                else if (t.code == 20) p.y = d;
+                else if (t.code == 30) p.z = d;
+                else if (t.code == 70) parseInt(t.value, flags);
+            }
+            if (flags & kind.sequence->refusedFlags) ok = false;
+            gathered.vertices.push_back(p);
+        }
+    }
+    if (kind.assemble) ok = ok && kind.assemble(*e, gathered) == Kora::eOk;
     if (!ok || missing > 0) return nullptr;
     if (kind.takeXdata) kind.takeXdata(*e, c.xdata);
-    if (kind.setRecords) {
-        kind.setRecords(*e, std::move(subs));
-        subs.clear();
-    }
+    if (kind.setRecords) kind.setRecords(*e, std::move(subs));
+    if (kind.setRecords || kind.sequence) subs.clear();
     return e;
 }
 
@@ -1073,98 +1105,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
 {
     const std::string& n = r.name;
     if (const EntityKind* kind = entityKind(n); kind && kind->hasFields()) return fieldEntity(*kind, c, preserved, subs);
-    // None of the modelled kinds uses the common property codes in its own
-    // subclass, so such codes found there are taken as the properties.
-    auto keep = [&](const BodyTag& b) {
-        if (!takeCommon(c, *b.tag)) preserve(preserved, b);
-    };
-    auto isMarker = [](const BodyTag& b, std::initializer_list<const char*> names) {
-        if (b.code() != 100) return false;
-        for (const char* s : names)
-            if (b.tag->value == s) return true;
-        return false;
-    };
-    bool ok = true;
-    auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
-    KoGePoint3d p10;
-
-    if (n == "POLYLINE") {
-        int flags = 0;
-        for (const BodyTag& b : c.body)
-            if (b.code() == 70) flags = integer(*b.tag);
-        // Only plain 3D polylines are modelled; 2D, smoothed and mesh
-        // polylines are kept whole.
-        if ((flags & 8) == 0 || (flags & (4 | 16 | 64)) != 0) return nullptr;
-        std::vector<KoGePoint3d> points;
-        for (const KoDbDxfRecord& v : subs) {
-            if (v.dxfName != "VERTEX") continue;
-            KoGePoint3d p;
-            int vflags = 0;
-            for (const auto& t : v.tags) {
-                double d = 0;
-                if (t.code == 10 || t.code == 20 || t.code == 30) parseDouble(t.value, d);
-                if (t.code == 10) p.x = d;
-                else if (t.code == 20) p.y = d;
-                else if (t.code == 30) p.z = d;
-                else if (t.code == 70) {
-                    int64_t i = 0;
-                    parseInt(t.value, i);
-                    vflags = static_cast<int>(i);
-                }
-            }
-            if (vflags & 16) return nullptr;  // a spline frame: not a plain polyline
-            points.push_back(p);
-        }
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDb3dPolyline"}) || t.code == 66 || t.code == 70 || point(t, p10, 10)) continue;
-            keep(b);
-        }
-        auto e = std::make_unique<KoDb3dPolyline>();
-        e->setVertices(std::move(points));
-        e->setClosed((flags & 1) != 0);
-        subs.clear();
-        return e;
-    }
-    if (n == "SPLINE") {
-        int degree = 3, flags = 0;
-        std::vector<double> knots, weights;
-        std::vector<KoGePoint3d> cps, fits;
-        KoGeVector3d startTangent, endTangent, splineNormal;
-        bool hasNormal = false;
-        for (const BodyTag& b : c.body) {
-            const RTag& t = *b.tag;
-            if (isMarker(b, {"AcDbSpline"}) || vec(t, startTangent, 12) || vec(t, endTangent, 13)) continue;
-            if (vec(t, splineNormal, 210)) {
-                hasNormal = true;
-                continue;
-            }
-            switch (t.code) {
-            case 70: flags = integer(t); break;
-            case 71: degree = integer(t); break;
-            case 72: case 73: case 74: break;  // counts follow from the lists
-            case 40: knots.push_back(dbl(t)); break;
-            case 41: weights.push_back(dbl(t)); break;
-            case 10: cps.emplace_back(); cps.back().x = dbl(t); break;
-            case 20: if (cps.empty()) return nullptr; cps.back().y = dbl(t); break;
-            case 30: if (cps.empty()) return nullptr; cps.back().z = dbl(t); break;
-            case 11: fits.emplace_back(); fits.back().x = dbl(t); break;
-            case 21: if (fits.empty()) return nullptr; fits.back().y = dbl(t); break;
-            case 31: if (fits.empty()) return nullptr; fits.back().z = dbl(t); break;
-            default: keep(b);
-            }
-        }
-        auto e = std::make_unique<KoDbSpline>();
-        if (!cps.empty()) check(e->setNurbsData(degree, flags, std::move(knots), std::move(cps), std::move(weights)));
-        else if (fits.empty()) ok = false;
-        check(e->setFitPoints(std::move(fits)));
-        check(e->setFitTangents(startTangent, endTangent));
-        if (hasNormal) check(e->setNormal(splineNormal));
-        if (!ok) {
-            return nullptr;
-        }
-        return e;
-    }
     if (n == "HATCH") return hatch(r, c, preserved);
     std::unique_ptr<KoDbOpaqueEntity> opaque;
     if (n == "3DSOLID") opaque = std::make_unique<KoDb3dSolid>();

@@ -169,6 +169,7 @@ private:
     void blocks();
     void entities();
     void entity(const KoDbEntity* e, bool paperSpace);
+    void sequence(const EntitySequence& seq, const KoDbEntity* e, bool paperSpace);
     void fields(const EntityKind& kind, const KoDbEntity* e);
     void hatch(const KoDbHatch* h);
     void objects();
@@ -541,59 +542,41 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     const EntityKind* kind = entityKind(e);
     if (kind && kind->hasFields()) {
         fields(*kind, e);
-    } else if (const auto* p3 = KoDb3dPolyline::cast(e)) {
-        subclass("AcDb3dPolyline");
-        tag(66, 1);
-        point(10, KoGePoint3d());
-        tag(70, 8 | (p3->isClosed() ? 1 : 0));
-        keptOfCurrent();
-        end(e);
-        const std::string layer = layerName(e->layerId());
-        for (const KoGePoint3d& p : p3->vertices()) {
-            tag(0, "VERTEX");
-            handle(5, newHandle());
-            handle(330, e->handle().value());
-            tag(100, "AcDbEntity");
-            if (paperSpace) tag(67, 1);
-            tag(8, layer);
-            tag(100, "AcDbVertex");
-            tag(100, "AcDb3dPolylineVertex");
-            point(10, p);
-            tag(70, 32);
-        }
-        tag(0, "SEQEND");
-        handle(5, newHandle());
-        handle(330, e->handle().value());
-        tag(100, "AcDbEntity");
-        if (paperSpace) tag(67, 1);
-        tag(8, layer);
-        return;
-    } else if (const auto* s = KoDbSpline::cast(e)) {
-        subclass("AcDbSpline");
-        if (s->normal().length() > 0.0) point(210, s->normal());
-        tag(70, s->flags());
-        tag(71, s->degree());
-        tag(72, static_cast<int>(s->knots().size()));
-        tag(73, static_cast<int>(s->controlPoints().size()));
-        tag(74, static_cast<int>(s->fitPoints().size()));
-        if (s->startFitTangent().length() > 0.0) point(12, s->startFitTangent());
-        if (s->endFitTangent().length() > 0.0) point(13, s->endFitTangent());
-        for (double k : s->knots()) real(40, k);
-        for (double w : s->weights()) real(41, w);
-        for (const auto& p : s->controlPoints()) point(10, p);
-        for (const auto& p : s->fitPoints()) point(11, p);
     } else if (const auto* h = KoDbHatch::cast(e)) {
         hatch(h);
     }
     keptOfCurrent();
     end(e);
     if (kind && kind->xdata) tags(kind->xdata(*e));
+    if (kind && kind->sequence) sequence(*kind->sequence, e, paperSpace);
     const auto* unknown = KoDbUnknownEntity::cast(e);
     if (unknown || (kind && kind->records))
         for (const KoDbDxfRecord& sub : unknown ? unknown->subRecords() : kind->records(*e)) {
             tag(0, sub.dxfName);
             tags(sub.tags);
         }
+}
+
+// The vertex records that follow an entity, given new handles, and the
+// record that ends them.
+void Writer::sequence(const EntitySequence& seq, const KoDbEntity* e, bool paperSpace)
+{
+    const std::string layer = layerName(e->layerId());
+    auto head = [&](std::string_view name) {
+        tag(0, name);
+        handle(5, newHandle());
+        handle(330, e->handle().value());
+        tag(100, "AcDbEntity");
+        if (paperSpace) tag(67, 1);
+        tag(8, layer);
+    };
+    for (const KoGePoint3d& p : seq.vertices(*e)) {
+        head(seq.record);
+        for (std::string_view m : seq.markers) tag(100, m);
+        point(10, p);
+        tag(70, seq.flags);
+    }
+    head("SEQEND");
 }
 
 // The subclasses of a kind described by its fields, each followed by
@@ -628,6 +611,10 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
                             real(m.code, item[static_cast<size_t>(m.slot)]);
             } else if (f.type == FieldType::Point2List) {
                 for (const KoGePoint2d& p : f.points(*e)) point2(f.code, p);
+            } else if (f.type == FieldType::RealList) {
+                for (double v : f.reals(*e)) real(f.code, v);
+            } else if (f.type == FieldType::PointList) {
+                for (const KoGePoint3d& p : f.pointList(*e)) point(f.code, p);
             } else if (f.type == FieldType::Handle) {
                 ref(f.code, f.id(*e));
             } else if (f.type == FieldType::BlockName) {

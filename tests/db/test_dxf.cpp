@@ -1055,3 +1055,75 @@ TEST(KoDbDxf, PolylineVerticesAreReadAsAGroupAndWidthsWrittenInPairs)
     EXPECT_NE(record.find(" 10\n0.0\n 20\n0.0\n 40\n0.0\n 41\n2.0\n 10\n5.0\n 20\n1.0\n 42\n0.5\n"), std::string::npos) << record;
     EXPECT_EQ(record.find(" 91\n"), std::string::npos) << "vertex identifiers are not kept";
 }
+
+TEST(KoDbDxf, SplinesAreSetWholeFromWhatTheirRecordGathers)
+{
+    std::string text = smallDrawing();
+    const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbSpline\n";
+    const std::string extra =
+        // A y before any x, and neither control nor fit points: kept whole.
+        "  0\nSPLINE\n  5\nFFF0\n" + head + " 71\n1\n 20\n1.0\n 10\n0.0\n" +
+        "  0\nSPLINE\n  5\nFFF1\n" + head + " 71\n1\n 40\n0.0\n" +
+        // Degree after the knots, and the lists' counts wrong: the lists say it.
+        "  0\nSPLINE\n  5\nFFF2\n" + head + " 70\n8\n 72\n9\n 40\n0.0\n 40\n0.0\n 10\n0.0\n 20\n0.0\n 30\n0.0\n" +
+        " 40\n1.0\n 40\n1.0\n 10\n2.0\n 20\n3.0\n 30\n4.0\n 71\n1\n 13\n0.0\n 23\n1.0\n 33\n0.0\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"splines.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["SPLINE"], 2);
+    {
+        Found<KoDbSpline> s(db);
+        ASSERT_TRUE(s);
+        EXPECT_EQ(s->degree(), 1);
+        EXPECT_EQ(s->knots(), (std::vector<double> {0.0, 0.0, 1.0, 1.0}));
+        ASSERT_EQ(s->controlPoints().size(), 2u);
+        EXPECT_EQ(s->controlPoints()[1], KoGePoint3d(2.0, 3.0, 4.0));
+        EXPECT_EQ(s->endFitTangent(), KoGeVector3d(0.0, 1.0, 0.0));
+    }
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    const size_t at = out.find("  5\nFFF2\n");
+    ASSERT_NE(at, std::string::npos);
+    const std::string record = out.substr(at, out.find("  0\n", at) - at);
+    EXPECT_NE(record.find(" 70\n8\n 71\n1\n 72\n4\n 73\n2\n 74\n0\n 13\n0.0\n 23\n1.0\n 33\n0.0\n 40\n0.0\n"), std::string::npos)
+        << record;
+    EXPECT_EQ(record.find(" 12\n"), std::string::npos) << "no start tangent, none written";
+    EXPECT_EQ(record.find("210\n"), std::string::npos) << "no normal, none written";
+}
+
+TEST(KoDbDxf, PolylinesAreModelledOnlyWhenTheirFlagsAndVerticesSaySo)
+{
+    std::string text = smallDrawing();
+    auto polyline = [](const std::string& handle, int flags, int vertexFlags) {
+        const std::string vertex = "  0\nVERTEX\n100\nAcDbEntity\n  8\n0\n100\nAcDbVertex\n100\nAcDb3dPolylineVertex\n 70\n" +
+                                   std::to_string(vertexFlags) + "\n";
+        return "  0\nPOLYLINE\n  5\n" + handle + "\n100\nAcDbEntity\n  8\n0\n100\nAcDb3dPolyline\n 66\n1\n 70\n" +
+               std::to_string(flags) + "\n" + vertex + " 10\n1.0\n 20\n2.0\n 30\n3.0\n" + vertex + " 10\n4.0\n 20\n5.0\n 30\n6.0\n" +
+               "  0\nSEQEND\n100\nAcDbEntity\n  8\n0\n";
+    };
+    // A 2D polyline, and a 3D one whose vertices frame a spline: kept whole.
+    const std::string extra = polyline("FFF0", 0, 0) + polyline("FFF1", 8, 16) + polyline("FFF2", 9, 32);
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"polylines.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["POLYLINE"], 2);
+    {
+        Found<KoDb3dPolyline> p(db);
+        ASSERT_TRUE(p);
+        EXPECT_TRUE(p->isClosed());
+        EXPECT_EQ(p->vertices(), (std::vector<KoGePoint3d> {{1.0, 2.0, 3.0}, {4.0, 5.0, 6.0}}));
+    }
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    const size_t at = out.find("  5\nFFF2\n");
+    ASSERT_NE(at, std::string::npos);
+    const size_t end = out.find("  0\nSEQEND\n", at);
+    ASSERT_NE(end, std::string::npos);
+    const std::string record = out.substr(at, end - at);
+    EXPECT_NE(record.find("AcDb3dPolyline\n 66\n1\n 10\n0.0\n 20\n0.0\n 30\n0.0\n 70\n9\n  0\nVERTEX\n"), std::string::npos) << record;
+    EXPECT_NE(record.find("AcDb3dPolylineVertex\n 10\n4.0\n 20\n5.0\n 30\n6.0\n 70\n32\n"), std::string::npos) << record;
+}
