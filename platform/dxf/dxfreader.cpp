@@ -15,6 +15,7 @@
 #include "dbimpl.h"
 #include "dxfcodes.h"
 #include "dxfentitykinds.h"
+#include "dxfhatchlayout.h"
 #include "dxftagreader.h"
 #include "kora/dxf/dxf.h"
 #include "kora/db/underlay.h"
@@ -222,6 +223,46 @@ private:
     std::unique_ptr<KoDbEntity> fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved,
                                             std::vector<KoDbDxfRecord>& subs);
     std::unique_ptr<KoDbEntity> knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs);
+    // The input side of a hatch's nested data (see dxfhatchlayout.h): reads the
+    // entity's body tags in order from `i`, failing on a group out of place.
+    struct HatchIn {
+        static constexpr bool kReading = true;
+        Reader& rd;
+        const Record& r;
+        const std::vector<BodyTag>& body;
+        size_t i = 0;
+
+        const RTag& at(size_t k) const { return *body[k].tag; }
+        const RTag& need(int code)
+        {
+            if (i >= body.size() || at(i).code != code)
+                rd.fail(ReadCode::kBadHatch, i < body.size() ? at(i).line : r.line,
+                        "hatch boundary data: group " + std::to_string(code) + " was expected");
+            return at(i++);
+        }
+        void integer(int code, int& v) { v = rd.integer(need(code)); }
+        void real(int code, double& v) { v = rd.dbl(need(code)); }
+        void point2(int base, KoGePoint2d& p)
+        {
+            real(base, p.x);
+            real(base + 10, p.y);
+        }
+        void handle(int code, KoDbHandle& h) { h = KoDbHandle(rd.handleValue(need(code))); }
+        int count(int code, size_t, int limit)
+        {
+            const int v = rd.integer(need(code));
+            if (v < 0 || v > limit) rd.fail(ReadCode::kBadHatch, at(i - 1).line, "hatch: count " + std::to_string(v) + " is out of range");
+            return v;
+        }
+        bool optional(int code, bool) const { return i < body.size() && at(i).code == code; }
+        template <class T>
+        T& item(std::vector<T>& v, size_t) { return v.emplace_back(); }
+        void enumerated(int code, int& v, int lo, int hi, const char* what)
+        {
+            integer(code, v);
+            if (v < lo || v > hi) rd.fail(ReadCode::kBadHatch, at(i - 1).line, what + std::to_string(v));
+        }
+    };
     std::unique_ptr<KoDbEntity> hatch(const Record& r, Common& c, KoDbDxfTags& preserved);
     void object(const Record& r);
     void readSubRecords(std::vector<KoDbDxfRecord>& subs);
@@ -1130,26 +1171,9 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
     };
     KoGeVector3d normal = KoGeVector3d::kZAxis();
     auto e = std::make_unique<KoDbHatch>();
+    HatchIn in {*this, r, c.body};
+    size_t& i = in.i;
     const size_t count = c.body.size();
-    size_t i = 0;
-    auto at = [&](size_t k) -> const RTag& { return *c.body[k].tag; };
-    auto need = [&](int code) -> const RTag& {
-        if (i >= count || at(i).code != code)
-            fail(ReadCode::kBadHatch, i < count ? at(i).line : r.line, "hatch boundary data: group " + std::to_string(code) + " was expected");
-        return at(i++);
-    };
-    auto peek = [&](int code) { return i < count && at(i).code == code; };
-    auto pt2 = [&](int base) {
-        KoGePoint2d p;
-        p.x = dbl(need(base));
-        p.y = dbl(need(base + 10));
-        return p;
-    };
-    auto counted = [&](int code, int limit) {
-        const int v = integer(need(code));
-        if (v < 0 || v > limit) fail(ReadCode::kBadHatch, at(i - 1).line, "hatch: count " + std::to_string(v) + " is out of range");
-        return v;
-    };
     KoGePoint3d elevation;
     std::vector<KoDbHatch::Loop> loops;
     std::vector<KoDbHatch::PatternLine> lines;
@@ -1175,89 +1199,9 @@ std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTag
         case 41: scale = dbl(t); ++i; break;
         case 77: isDouble = integer(t) != 0; ++i; break;
         case 47: e->setPixelSize(dbl(t)); ++i; break;
-        case 91: {
-            const int n91 = counted(91, 1 << 20);
-            for (int k = 0; k < n91; ++k) {
-                KoDbHatch::Loop loop;
-                loop.type = integer(need(92));
-                if (loop.isPolyline()) {
-                    const bool bulges = integer(need(72)) != 0;
-                    loop.closed = integer(need(73)) != 0;
-                    const int nv = counted(93, 1 << 22);
-                    for (int v = 0; v < nv; ++v) {
-                        loop.vertices.push_back(pt2(10));
-                        if (bulges) loop.bulges.push_back(peek(42) ? dbl(need(42)) : 0.0);
-                    }
-                    bool any = false;
-                    for (double bg : loop.bulges) any = any || bg != 0.0;
-                    if (!any) loop.bulges.clear();
-                } else {
-                    const int ne = counted(93, 1 << 22);
-                    for (int k2 = 0; k2 < ne; ++k2) {
-                        KoDbHatch::Edge edge;
-                        const int type = integer(need(72));
-                        if (type < 1 || type > 4) fail(ReadCode::kBadHatch, at(i - 1).line, "hatch: unknown edge type " + std::to_string(type));
-                        edge.type = static_cast<KoDbHatch::EdgeType>(type);
-                        if (type == 1) {
-                            edge.start = pt2(10);
-                            edge.end = pt2(11);
-                        } else if (type == 2 || type == 3) {
-                            edge.center = pt2(10);
-                            if (type == 3) edge.majorAxis = pt2(11);
-                            edge.radius = dbl(need(40));
-                            edge.startAngle = dbl(need(50));
-                            edge.endAngle = dbl(need(51));
-                            edge.counterClockwise = integer(need(73)) != 0;
-                        } else {
-                            edge.degree = integer(need(94));
-                            edge.rational = integer(need(73)) != 0;
-                            edge.periodic = integer(need(74)) != 0;
-                            const int nk = counted(95, 1 << 22), nc = counted(96, 1 << 22);
-                            for (int q = 0; q < nk; ++q) edge.knots.push_back(dbl(need(40)));
-                            for (int q = 0; q < nc; ++q) {
-                                edge.controlPoints.push_back(pt2(10));
-                                if (peek(42)) edge.weights.push_back(dbl(need(42)));
-                            }
-                            while (peek(42)) edge.weights.push_back(dbl(need(42)));
-                            if (peek(97)) {
-                                const int nf = counted(97, 1 << 22);
-                                for (int q = 0; q < nf; ++q) edge.fitPoints.push_back(pt2(11));
-                                if (peek(12)) {
-                                    edge.hasFitTangents = true;
-                                    edge.startTangent = pt2(12);
-                                    edge.endTangent = pt2(13);
-                                }
-                            }
-                        }
-                        loop.edges.push_back(std::move(edge));
-                    }
-                }
-                if (peek(97)) {
-                    const int ns = counted(97, 1 << 22);
-                    for (int q = 0; q < ns; ++q) loop.sourceObjects.emplace_back(handleValue(need(330)));
-                }
-                loops.push_back(std::move(loop));
-            }
-            break;
-        }
-        case 78: {
-            const int nl = counted(78, 1 << 16);
-            for (int k = 0; k < nl; ++k) {
-                KoDbHatch::PatternLine line;
-                line.angle = dbl(need(53));
-                line.base = {dbl(need(43)), dbl(need(44))};
-                line.offset = {dbl(need(45)), dbl(need(46))};
-                const int nd = counted(79, 1 << 16);
-                for (int q = 0; q < nd; ++q) line.dashes.push_back(dbl(need(49)));
-                lines.push_back(std::move(line));
-            }
-            break;
-        }
-        case 98: {
-            const int ns = counted(98, 1 << 22);
-            for (int k = 0; k < ns; ++k) seeds.push_back(pt2(10));
-            break;
-        }
+        case 91: HatchLayout::loops(in, loops); break;
+        case 78: HatchLayout::patternLines(in, lines); break;
+        case 98: HatchLayout::seedPoints(in, seeds); break;
         default:
             keep(b);
             ++i;

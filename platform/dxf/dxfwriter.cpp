@@ -10,6 +10,7 @@
 #include "dbimpl.h"
 #include "dxfcodes.h"
 #include "dxfentitykinds.h"
+#include "dxfhatchlayout.h"
 #include "kora/atomicfile.h"
 #include "kora/db/underlay.h"
 #include "kora/dxf/dxf.h"
@@ -171,6 +172,25 @@ private:
     void entity(const KoDbEntity* e, bool paperSpace);
     void sequence(const EntitySequence& seq, const KoDbEntity* e, bool paperSpace);
     void fields(const EntityKind& kind, const KoDbEntity* e);
+    // The output side of a hatch's nested data (see dxfhatchlayout.h).
+    struct HatchOut {
+        static constexpr bool kReading = false;
+        Writer& w;
+
+        void integer(int code, int v) { w.tag(code, v); }
+        void real(int code, double v) { w.real(code, v); }
+        void point2(int base, const KoGePoint2d& p) { w.point2(base, p); }
+        void handle(int code, KoDbHandle h) { w.handle(code, h.value()); }
+        int count(int code, size_t n, int)
+        {
+            w.tag(code, static_cast<int>(n));
+            return static_cast<int>(n);
+        }
+        bool optional(int, bool written) const { return written; }
+        template <class T>
+        const T& item(const std::vector<T>& v, size_t k) { return v[k]; }
+        void enumerated(int code, int v, int, int, const char*) { w.tag(code, v); }
+    };
     void hatch(const KoDbHatch* h);
     void objects();
     void object(const KoDbObject* o);
@@ -635,86 +655,24 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
 
 void Writer::hatch(const KoDbHatch* h)
 {
+    HatchOut out {*this};
     subclass("AcDbHatch");
     point(10, KoGePoint3d(0.0, 0.0, h->elevation()));
     point(210, h->normal());
     tag(2, h->patternName());
     tag(70, h->isSolidFill() ? 1 : 0);
     tag(71, h->associative() ? 1 : 0);
-    tag(91, h->numLoops());
-    for (const KoDbHatch::Loop& loop : h->loops()) {
-        tag(92, loop.type);
-        if (loop.isPolyline()) {
-            const bool bulges = !loop.bulges.empty();
-            tag(72, bulges ? 1 : 0);
-            tag(73, loop.closed ? 1 : 0);
-            tag(93, static_cast<int>(loop.vertices.size()));
-            for (size_t i = 0; i < loop.vertices.size(); ++i) {
-                point2(10, loop.vertices[i]);
-                if (bulges) real(42, loop.bulges[i]);
-            }
-        } else {
-            tag(93, static_cast<int>(loop.edges.size()));
-            for (const KoDbHatch::Edge& edge : loop.edges) {
-                tag(72, edge.type);
-                switch (edge.type) {
-                case KoDbHatch::kLine:
-                    point2(10, edge.start);
-                    point2(11, edge.end);
-                    break;
-                case KoDbHatch::kCirArc:
-                case KoDbHatch::kEllArc:
-                    point2(10, edge.center);
-                    if (edge.type == KoDbHatch::kEllArc) point2(11, edge.majorAxis);
-                    real(40, edge.radius);
-                    real(50, edge.startAngle);
-                    real(51, edge.endAngle);
-                    tag(73, edge.counterClockwise ? 1 : 0);
-                    break;
-                case KoDbHatch::kSpline:
-                    tag(94, edge.degree);
-                    tag(73, edge.rational ? 1 : 0);
-                    tag(74, edge.periodic ? 1 : 0);
-                    tag(95, static_cast<int>(edge.knots.size()));
-                    tag(96, static_cast<int>(edge.controlPoints.size()));
-                    for (double k : edge.knots) real(40, k);
-                    for (size_t i = 0; i < edge.controlPoints.size(); ++i) {
-                        point2(10, edge.controlPoints[i]);
-                        if (i < edge.weights.size()) real(42, edge.weights[i]);
-                    }
-                    tag(97, static_cast<int>(edge.fitPoints.size()));
-                    for (const auto& p : edge.fitPoints) point2(11, p);
-                    if (edge.hasFitTangents) {
-                        point2(12, edge.startTangent);
-                        point2(13, edge.endTangent);
-                    }
-                    break;
-                }
-            }
-        }
-        tag(97, static_cast<int>(loop.sourceObjects.size()));
-        for (KoDbHandle s : loop.sourceObjects) handle(330, s.value());
-    }
+    HatchLayout::loops(out, h->loops());
     tag(75, h->hatchStyle());
     tag(76, h->patternType());
     if (!h->isSolidFill()) {
         real(52, h->patternAngle());
         real(41, h->patternScale());
         tag(77, h->patternDouble() ? 1 : 0);
-        tag(78, static_cast<int>(h->patternLines().size()));
-        for (const auto& line : h->patternLines()) {
-            real(53, line.angle);
-            real(43, line.base.x);
-            real(44, line.base.y);
-            real(45, line.offset.x);
-            real(46, line.offset.y);
-            tag(79, static_cast<int>(line.dashes.size()));
-            for (double d : line.dashes) real(49, d);
-        }
+        HatchLayout::patternLines(out, h->patternLines());
     }
     if (h->pixelSize() != 0.0) real(47, h->pixelSize());
-    tag(98, static_cast<int>(h->seedPoints().size()));
-    for (const auto& p : h->seedPoints()) point2(10, p);
+    HatchLayout::seedPoints(out, h->seedPoints());
 }
 
 void Writer::objects()

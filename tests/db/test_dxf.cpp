@@ -1127,3 +1127,53 @@ TEST(KoDbDxf, PolylinesAreModelledOnlyWhenTheirFlagsAndVerticesSaySo)
     EXPECT_NE(record.find("AcDb3dPolyline\n 66\n1\n 10\n0.0\n 20\n0.0\n 30\n0.0\n 70\n9\n  0\nVERTEX\n"), std::string::npos) << record;
     EXPECT_NE(record.find("AcDb3dPolylineVertex\n 10\n4.0\n 20\n5.0\n 30\n6.0\n 70\n32\n"), std::string::npos) << record;
 }
+
+TEST(KoDbDxf, HatchLoopsReadInAnotherWritersLayoutAndWrittenBackAlike)
+{
+    std::string text = smallDrawing();
+    const std::string extra =
+        "  0\nHATCH\n  5\nFFF3\n100\nAcDbEntity\n  8\n0\n100\nAcDbHatch\n 10\n0.0\n 20\n0.0\n 30\n0.0\n"
+        "  2\nUSER\n 70\n0\n 71\n0\n 91\n2\n"
+        // A polyline loop whose second vertex has no bulge, and no source-object count.
+        " 92\n3\n 72\n1\n 73\n1\n 93\n3\n 10\n0.0\n 20\n0.0\n 42\n0.5\n 10\n4.0\n 20\n0.0\n 10\n4.0\n 20\n4.0\n 42\n-0.25\n"
+        // An edge loop: a rational spline with its weights after all control points, then fit points with tangents.
+        " 92\n1\n 93\n2\n 72\n4\n 94\n2\n 73\n1\n 74\n0\n 95\n6\n 96\n3\n"
+        " 40\n0.0\n 40\n0.0\n 40\n0.0\n 40\n1.0\n 40\n1.0\n 40\n1.0\n"
+        " 10\n0.0\n 20\n0.0\n 10\n3.0\n 20\n5.0\n 10\n6.0\n 20\n0.0\n 42\n1.0\n 42\n0.5\n 42\n1.0\n"
+        " 97\n2\n 11\n0.0\n 21\n0.0\n 11\n6.0\n 21\n0.0\n 12\n1.0\n 22\n1.0\n 13\n1.0\n 23\n-1.0\n"
+        " 72\n3\n 10\n3.0\n 20\n0.0\n 11\n3.0\n 21\n0.0\n 40\n0.5\n 50\n180.0\n 51\n360.0\n 73\n0\n 97\n0\n"
+        " 75\n1\n 76\n0\n 52\n30.0\n 41\n2.0\n 77\n1\n 78\n1\n 53\n45.0\n 43\n0.0\n 44\n0.0\n 45\n-1.0\n 46\n1.0\n"
+        " 79\n2\n 49\n0.5\n 49\n-0.25\n 98\n2\n 10\n1.0\n 20\n1.0\n 10\n2.0\n 20\n1.0\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    ASSERT_EQ(kodbReadDxf(db, text, L"hatch.dxf", &message), Kora::eOk) << message.toUtf8();
+    std::vector<KoDbHatch::Loop> loops;
+    {
+        Found<KoDbHatch> h(db);
+        ASSERT_TRUE(h);
+        ASSERT_EQ(h->loops().size(), 2u);
+        const KoDbHatch::Loop& poly = h->loops()[0];
+        EXPECT_EQ(poly.bulges, (std::vector<double> {0.5, 0.0, -0.25})) << "a missing bulge is a straight segment";
+        const KoDbHatch::Loop& edges = h->loops()[1];
+        ASSERT_EQ(edges.edges.size(), 2u);
+        const KoDbHatch::Edge& spline = edges.edges[0];
+        EXPECT_EQ(spline.weights, (std::vector<double> {1.0, 0.5, 1.0}));
+        EXPECT_EQ(spline.fitPoints.size(), 2u);
+        EXPECT_TRUE(spline.hasFitTangents);
+        EXPECT_EQ(spline.endTangent, KoGePoint2d(1.0, -1.0));
+        EXPECT_EQ(edges.edges[1].majorAxis, KoGePoint2d(3.0, 0.0));
+        EXPECT_EQ(h->patternLines().size(), 1u);
+        EXPECT_EQ(h->seedPoints().size(), 2u);
+        loops = h->loops();
+    }
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    KoDbDatabase back(false);
+    ASSERT_EQ(kodbReadDxf(back, out, L"hatch-back.dxf", &message), Kora::eOk) << message.toUtf8();
+    Found<KoDbHatch> h(back);
+    ASSERT_TRUE(h);
+    EXPECT_EQ(h->loops(), loops) << "the loops read back as they were written";
+    EXPECT_EQ(h->patternLines()[0].dashes, (std::vector<double> {0.5, -0.25}));
+    EXPECT_EQ(describe(db), describe(back));
+}
