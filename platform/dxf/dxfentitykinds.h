@@ -2,8 +2,9 @@
 // and kodbDxfName(): each kind's DXF name, the class that models it, its
 // subclasses and their fields (group code <-> property, long texts, lists
 // and repeated groups among them), and the records and extended data that
-// follow some kinds. Hatches are not described by fields yet and have
-// none here; the reader and writer have code of their own for them.
+// follow some kinds. Hatches have no fields here: their nested, counted
+// data is laid out once in dxfhatchlayout.h, which the reader and the
+// writer both run, each with its own side.
 #pragma once
 
 #include <array>
@@ -148,7 +149,7 @@ struct EntitySequence {
 struct EntityKind {
     std::string_view dxfName;
     bool (*is)(const KoDbEntity*);
-    // Empty for kinds read and written by code of their own.
+    // Empty for hatches (see dxfhatchlayout.h).
     std::span<const EntitySubclass> subclasses;
     KoDbEntity* (*make)();
     // Records that follow the entity's own (attributes), kept as read.
