@@ -1,4 +1,4 @@
-// Helpers of the database tests: entities added to model space, the DXF
+// Helpers of the database tests: entities and table records added, the DXF
 // fixtures ezdxf wrote, a folder per test, and ezdxf's audit of what we
 // wrote.
 #pragma once
@@ -23,6 +23,20 @@ inline KoDbObjectId appendToModel(KoDbDatabase& db, KoDbEntity* entity)
     KoDbObjectId id;
     EXPECT_EQ(model->appendKoDbEntity(id, entity), Kora::eOk);
     EXPECT_EQ(entity->close(), Kora::eOk);
+    return id;
+}
+
+// A new record of a symbol table (a layer, a linetype, a block), added
+// under `name`.
+template <class Table, class Record>
+KoDbObjectId addRecord(KoDbObjectId tableId, const wchar_t* name)
+{
+    KoDbObjectPointer<Table> table(tableId, KoDb::kForWrite);
+    auto* record = new Record;
+    record->setName(name);
+    KoDbObjectId id;
+    EXPECT_EQ(table->add(id, record), Kora::eOk);
+    record->close();
     return id;
 }
 

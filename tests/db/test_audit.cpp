@@ -49,13 +49,7 @@ void eraseObject(KoDbObjectId id)
 
 KoDbObjectId addLayer(KoDbDatabase& db, const wchar_t* name)
 {
-    KoDbObjectPointer<KoDbLayerTable> layers(db.layerTableId(), KoDb::kForWrite);
-    auto* layer = new KoDbLayerTableRecord;
-    layer->setName(name);
-    KoDbObjectId id;
-    EXPECT_EQ(layers->add(id, layer), Kora::eOk);
-    layer->close();
-    return id;
+    return addRecord<KoDbLayerTable, KoDbLayerTableRecord>(db.layerTableId(), name);
 }
 
 }  // namespace
@@ -92,14 +86,7 @@ TEST(Audit, EntityOnALayerThatIsGoneMovesToLayerZero)
 TEST(Audit, EntityWithALinetypeThatIsGoneBecomesByLayer)
 {
     KoDbDatabase db;
-    KoDbObjectId dashed;
-    {
-        KoDbObjectPointer<KoDbLinetypeTable> linetypes(db.linetypeTableId(), KoDb::kForWrite);
-        auto* record = new KoDbLinetypeTableRecord;
-        record->setName(L"Dashed");
-        ASSERT_EQ(linetypes->add(dashed, record), Kora::eOk);
-        record->close();
-    }
+    const KoDbObjectId dashed = addRecord<KoDbLinetypeTable, KoDbLinetypeTableRecord>(db.linetypeTableId(), L"Dashed");
     const KoDbObjectId id = appendToModel(db, new KoDbCircle({0, 0, 0}, KoGeVector3d::kZAxis(), 2.0));
     {
         KoDbObjectPointer<KoDbEntity> circle(id, KoDb::kForWrite);
@@ -114,14 +101,7 @@ TEST(Audit, EntityWithALinetypeThatIsGoneBecomesByLayer)
 TEST(Audit, ReferenceToABlockThatIsGoneIsErased)
 {
     KoDbDatabase db;
-    KoDbObjectId door;
-    {
-        KoDbObjectPointer<KoDbBlockTable> blocks(db.blockTableId(), KoDb::kForWrite);
-        auto* block = new KoDbBlockTableRecord;
-        block->setName(L"Door");
-        ASSERT_EQ(blocks->add(door, block), Kora::eOk);
-        block->close();
-    }
+    const KoDbObjectId door = addRecord<KoDbBlockTable, KoDbBlockTableRecord>(db.blockTableId(), L"Door");
     const KoDbObjectId reference = appendToModel(db, new KoDbBlockReference({5, 5, 0}, door));
     const KoDbObjectId kept = appendToModel(db, new KoDbLine({0, 0, 0}, {1, 0, 0}));
     eraseObject(door);

@@ -571,6 +571,24 @@ std::string smallDrawing()
     return text;
 }
 
+// Reads the small drawing with `records` added to its entities.
+void readWithEntities(KoDbDatabase& db, const std::string& records, KoDbDxfReadReport& report)
+{
+    std::string text = smallDrawing();
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), records);
+    KoString message;
+    ASSERT_EQ(kodbReadDxf(db, text, L"entities.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+}
+
+// The record of the object with that handle in written DXF text, up to the
+// next record; empty when no record has it.
+std::string writtenRecord(const std::string& out, const std::string& handle)
+{
+    const size_t at = out.find("  5\n" + handle + "\n");
+    EXPECT_NE(at, std::string::npos) << handle;
+    return at == std::string::npos ? std::string() : out.substr(at, out.find("  0\n", at) - at);
+}
+
 }  // namespace
 
 TEST(KoDbDxf, MalformedFilesFailWithFileAndLine)
@@ -910,7 +928,6 @@ TEST(KoDbDxf, RegressionPaddedNumberInKeptTag)
 
 TEST(KoDbDxf, EntityFieldsThatDoNotFitTheModel)
 {
-    std::string text = smallDrawing();
     const std::string extra =
         // No radius: a circle the model cannot hold, kept whole.
         "  0\nCIRCLE\n  5\nFFF0\n100\nAcDbEntity\n  8\n0\n100\nAcDbCircle\n 10\n3.0\n 20\n4.0\n 30\n0.0\n"
@@ -920,21 +937,15 @@ TEST(KoDbDxf, EntityFieldsThatDoNotFitTheModel)
         // A code the line's subclass does not model, kept in its place.
         "  0\nLINE\n  5\nFFF2\n100\nAcDbEntity\n  8\n0\n100\nAcDbLine\n 10\n0.0\n 20\n0.0\n 30\n0.0\n"
         " 11\n5.0\n 21\n0.0\n 31\n0.0\n 91\n42\n";
-    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
     KoDbDatabase db(false);
-    KoString message;
     KoDbDxfReadReport report;
-    ASSERT_EQ(kodbReadDxf(db, text, L"fields.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    ASSERT_NO_FATAL_FAILURE(readWithEntities(db, extra, report));
     EXPECT_EQ(report.unknownEntities.size(), 1u);
     EXPECT_EQ(report.unknownEntities["CIRCLE"], 1);
 
     std::string out;
     ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
-    const auto record = [&](const std::string& handle) {
-        const size_t at = out.find("  5\n" + handle + "\n");
-        EXPECT_NE(at, std::string::npos) << handle;
-        return at == std::string::npos ? std::string() : out.substr(at, out.find("  0\n", at) - at);
-    };
+    const auto record = [&](const std::string& handle) { return writtenRecord(out, handle); };
     EXPECT_NE(record("FFF0").find(" 10\n3.0\n 20\n4.0\n"), std::string::npos) << record("FFF0");
     const std::string fit = record("FFF1");
     EXPECT_NE(fit.find(" 72\n5\n 11\n9.0\n"), std::string::npos) << fit;
@@ -944,7 +955,6 @@ TEST(KoDbDxf, EntityFieldsThatDoNotFitTheModel)
 
 TEST(KoDbDxf, EllipsesAreTakenWholeOrKeptWhole)
 {
-    std::string text = smallDrawing();
     const std::string head = "  0\nELLIPSE\n  5\n%s\n100\nAcDbEntity\n  8\n0\n100\nAcDbEllipse\n 10\n1.0\n 20\n2.0\n 30\n0.0\n";
     auto ellipse = [&](const char* handle, const std::string& rest) {
         std::string r = head;
@@ -956,11 +966,9 @@ TEST(KoDbDxf, EllipsesAreTakenWholeOrKeptWhole)
         ellipse("FFF0", " 40\n0.5\n") + ellipse("FFF1", " 11\n4.0\n 21\n0.0\n 31\n0.0\n 40\n1.5\n") +
         // An axis given without its x has x zero, not the usual one.
         ellipse("FFF2", " 21\n3.0\n 40\n0.25\n 41\n0.5\n");
-    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
     KoDbDatabase db(false);
-    KoString message;
     KoDbDxfReadReport report;
-    ASSERT_EQ(kodbReadDxf(db, text, L"ellipses.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    ASSERT_NO_FATAL_FAILURE(readWithEntities(db, extra, report));
     EXPECT_EQ(report.unknownEntities["ELLIPSE"], 2);
     Found<KoDbEllipse> e(db);
     ASSERT_TRUE(e);
@@ -973,7 +981,6 @@ TEST(KoDbDxf, EllipsesAreTakenWholeOrKeptWhole)
 
 TEST(KoDbDxf, TextRotationIsInThePlaneOfItsNormalAndADirectionWinsOverIt)
 {
-    std::string text = smallDrawing();
     const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbMText\n 10\n0.0\n 20\n0.0\n 30\n0.0\n 40\n2.5\n  1\nm\n";
     const std::string extra =
         // The rotation comes before the normal it is measured against.
@@ -981,11 +988,9 @@ TEST(KoDbDxf, TextRotationIsInThePlaneOfItsNormalAndADirectionWinsOverIt)
         "  0\nMTEXT\n  5\nFFF1\n" + head + " 11\n0.0\n 21\n2.0\n 31\n0.0\n 50\n45.0\n" +
         // No direction: the text is kept whole.
         "  0\nMTEXT\n  5\nFFF2\n" + head + " 11\n0.0\n 21\n0.0\n 31\n0.0\n";
-    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
     KoDbDatabase db(false);
-    KoString message;
     KoDbDxfReadReport report;
-    ASSERT_EQ(kodbReadDxf(db, text, L"mtext.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    ASSERT_NO_FATAL_FAILURE(readWithEntities(db, extra, report));
     EXPECT_EQ(report.unknownEntities["MTEXT"], 1);
     Found<KoDbMText> flipped(db), directed(db, 1);
     ASSERT_TRUE(flipped);
@@ -998,7 +1003,6 @@ TEST(KoDbDxf, TextRotationIsInThePlaneOfItsNormalAndADirectionWinsOverIt)
 
 TEST(KoDbDxf, InsertsThatDoNotFitAreKeptWithTheirAttributes)
 {
-    std::string text = smallDrawing();
     const std::string attribs = "  0\nATTRIB\n  5\nFFE0\n100\nAcDbEntity\n  8\n0\n100\nAcDbText\n 10\n0.0\n 20\n0.0\n 30\n0.0\n"
                                 " 40\n1.0\n  1\nv\n100\nAcDbAttribute\n  2\nTAG\n  0\nSEQEND\n  5\nFFE1\n100\nAcDbEntity\n  8\n0\n";
     const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbBlockReference\n 66\n1\n";
@@ -1007,11 +1011,9 @@ TEST(KoDbDxf, InsertsThatDoNotFitAreKeptWithTheirAttributes)
         "  0\nINSERT\n  5\nFFF0\n" + head + "  2\nNowhere\n 10\n1.0\n 20\n2.0\n 30\n0.0\n" + attribs +
         "  0\nINSERT\n  5\nFFF1\n" + head + "  2\n*Model_Space\n 10\n1.0\n 20\n2.0\n 30\n0.0\n 42\n0.0\n" +
         std::string(attribs).replace(attribs.find("FFE0"), 4, "FFE2").replace(attribs.find("FFE1"), 4, "FFE3");
-    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
     KoDbDatabase db(false);
-    KoString message;
     KoDbDxfReadReport report;
-    ASSERT_EQ(kodbReadDxf(db, text, L"inserts.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    ASSERT_NO_FATAL_FAILURE(readWithEntities(db, extra, report));
     EXPECT_EQ(report.unknownEntities["INSERT"], 2);
     std::string out;
     ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
@@ -1026,17 +1028,14 @@ TEST(KoDbDxf, InsertsThatDoNotFitAreKeptWithTheirAttributes)
 
 TEST(KoDbDxf, PolylineVerticesAreReadAsAGroupAndWidthsWrittenInPairs)
 {
-    std::string text = smallDrawing();
     const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbPolyline\n 90\n2\n 70\n1\n";
     const std::string extra =
         // A width before any vertex: kept whole.
         "  0\nLWPOLYLINE\n  5\nFFF0\n" + head + " 40\n1.0\n 10\n0.0\n 20\n0.0\n" +
         "  0\nLWPOLYLINE\n  5\nFFF1\n" + head + " 10\n0.0\n 20\n0.0\n 91\n7\n 41\n2.0\n 10\n5.0\n 20\n1.0\n 42\n0.5\n";
-    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
     KoDbDatabase db(false);
-    KoString message;
     KoDbDxfReadReport report;
-    ASSERT_EQ(kodbReadDxf(db, text, L"lwpolylines.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    ASSERT_NO_FATAL_FAILURE(readWithEntities(db, extra, report));
     EXPECT_EQ(report.unknownEntities["LWPOLYLINE"], 1);
     {
         Found<KoDbPolyline> p(db);
@@ -1049,16 +1048,13 @@ TEST(KoDbDxf, PolylineVerticesAreReadAsAGroupAndWidthsWrittenInPairs)
     }
     std::string out;
     ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
-    const size_t at = out.find("  5\nFFF1\n");
-    ASSERT_NE(at, std::string::npos);
-    const std::string record = out.substr(at, out.find("  0\n", at) - at);
+    const std::string record = writtenRecord(out, "FFF1");
     EXPECT_NE(record.find(" 10\n0.0\n 20\n0.0\n 40\n0.0\n 41\n2.0\n 10\n5.0\n 20\n1.0\n 42\n0.5\n"), std::string::npos) << record;
     EXPECT_EQ(record.find(" 91\n"), std::string::npos) << "vertex identifiers are not kept";
 }
 
 TEST(KoDbDxf, SplinesAreSetWholeFromWhatTheirRecordGathers)
 {
-    std::string text = smallDrawing();
     const std::string head = "100\nAcDbEntity\n  8\n0\n100\nAcDbSpline\n";
     const std::string extra =
         // A y before any x, and neither control nor fit points: kept whole.
@@ -1067,11 +1063,9 @@ TEST(KoDbDxf, SplinesAreSetWholeFromWhatTheirRecordGathers)
         // Degree after the knots, and the lists' counts wrong: the lists say it.
         "  0\nSPLINE\n  5\nFFF2\n" + head + " 70\n8\n 72\n9\n 40\n0.0\n 40\n0.0\n 10\n0.0\n 20\n0.0\n 30\n0.0\n" +
         " 40\n1.0\n 40\n1.0\n 10\n2.0\n 20\n3.0\n 30\n4.0\n 71\n1\n 13\n0.0\n 23\n1.0\n 33\n0.0\n";
-    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
     KoDbDatabase db(false);
-    KoString message;
     KoDbDxfReadReport report;
-    ASSERT_EQ(kodbReadDxf(db, text, L"splines.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    ASSERT_NO_FATAL_FAILURE(readWithEntities(db, extra, report));
     EXPECT_EQ(report.unknownEntities["SPLINE"], 2);
     {
         Found<KoDbSpline> s(db);
@@ -1084,9 +1078,7 @@ TEST(KoDbDxf, SplinesAreSetWholeFromWhatTheirRecordGathers)
     }
     std::string out;
     ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
-    const size_t at = out.find("  5\nFFF2\n");
-    ASSERT_NE(at, std::string::npos);
-    const std::string record = out.substr(at, out.find("  0\n", at) - at);
+    const std::string record = writtenRecord(out, "FFF2");
     EXPECT_NE(record.find(" 70\n8\n 71\n1\n 72\n4\n 73\n2\n 74\n0\n 13\n0.0\n 23\n1.0\n 33\n0.0\n 40\n0.0\n"), std::string::npos)
         << record;
     EXPECT_EQ(record.find(" 12\n"), std::string::npos) << "no start tangent, none written";
@@ -1095,7 +1087,6 @@ TEST(KoDbDxf, SplinesAreSetWholeFromWhatTheirRecordGathers)
 
 TEST(KoDbDxf, PolylinesAreModelledOnlyWhenTheirFlagsAndVerticesSaySo)
 {
-    std::string text = smallDrawing();
     auto polyline = [](const std::string& handle, int flags, int vertexFlags) {
         const std::string vertex = "  0\nVERTEX\n100\nAcDbEntity\n  8\n0\n100\nAcDbVertex\n100\nAcDb3dPolylineVertex\n 70\n" +
                                    std::to_string(vertexFlags) + "\n";
@@ -1105,11 +1096,9 @@ TEST(KoDbDxf, PolylinesAreModelledOnlyWhenTheirFlagsAndVerticesSaySo)
     };
     // A 2D polyline, and a 3D one whose vertices frame a spline: kept whole.
     const std::string extra = polyline("FFF0", 0, 0) + polyline("FFF1", 8, 16) + polyline("FFF2", 9, 32);
-    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
     KoDbDatabase db(false);
-    KoString message;
     KoDbDxfReadReport report;
-    ASSERT_EQ(kodbReadDxf(db, text, L"polylines.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    ASSERT_NO_FATAL_FAILURE(readWithEntities(db, extra, report));
     EXPECT_EQ(report.unknownEntities["POLYLINE"], 2);
     {
         Found<KoDb3dPolyline> p(db);
