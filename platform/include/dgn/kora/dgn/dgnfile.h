@@ -44,6 +44,11 @@ struct DgnFileProp {
     std::vector<KoString> colours;
 };
 
+struct DgnImportState;
+struct DgnTranslationReport;
+class KoDbDatabase;
+class KxDgnExportInternalService;
+
 class KORA_API DgnFile {
 public:
     // Reads the file's properties into `prop`, replacing what it held, and
@@ -52,4 +57,12 @@ public:
     // unreadable one) answers KORTERROR and leaves `prop` as it was;
     // KoDbDgnUnderlayService::LoadDgnUnderlayFile tells which of these it is.
     static int addPropFromDgnFile(const KoString& path, DgnFileProp& prop);
+
+    // Imports the model `state` names of the design `state.file` into
+    // `database` (kora/dgn/translate.h). Answers KORTNORM when the import
+    // ran to its end; KORTERROR when the file cannot be read or the import
+    // was cancelled, and then nothing of it is left in the database. The
+    // summary is printed at the end and, when `report` is given, returned.
+    static int doDgnImport(const DgnImportState& state, KoDbDatabase* database,
+                           KxDgnExportInternalService* service, DgnTranslationReport* report = nullptr);
 };
