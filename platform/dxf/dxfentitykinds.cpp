@@ -553,6 +553,85 @@ Kora::ErrorStatus assemblePolyline3(KoDbEntity& e, const Gathered& g)
     return Kora::eOk;
 }
 
+using H = KoDbHatch;
+
+constexpr EntityField patterned(EntityField f)
+{
+    f.written = [](const KoDbEntity& e) { return !static_cast<const H&>(e).isSolidFill(); };
+    return f;
+}
+
+constexpr EntityField alwaysWritten(EntityField f)
+{
+    f.always = true;
+    return f;
+}
+
+constexpr EntityField nested(int code, Nested which)
+{
+    return {.code = code, .type = FieldType::Nested, .always = true, .nested = which};
+}
+
+// The pattern's name, type and geometry are set together in the model;
+// each value read keeps the others as they stand.
+Kora::ErrorStatus setPatternType(H& h, double type)
+{
+    return h.setPattern(static_cast<H::HatchPatternType>(std::clamp(static_cast<int>(type), 0, 2)), h.patternName());
+}
+Kora::ErrorStatus setPatternAngle(H& h, double angle)
+{
+    return h.setPatternGeometry(angle, h.patternScale(), h.patternDouble());
+}
+Kora::ErrorStatus setPatternScale(H& h, double scale)
+{
+    return h.setPatternGeometry(h.patternAngle(), scale > 0.0 ? scale : 1.0, h.patternDouble());
+}
+Kora::ErrorStatus setPatternDouble(H& h, double isDouble)
+{
+    return h.setPatternGeometry(h.patternAngle(), h.patternScale(), isDouble != 0.0);
+}
+
+constexpr std::array kHatchFields {
+    // Only the elevation is taken from this point.
+    EntityField {.code = 10,
+                 .type = FieldType::Point,
+                 .always = true,
+                 .point = [](const KoDbEntity& e) { return KoGePoint3d(0.0, 0.0, static_cast<const H&>(e).elevation()); },
+                 .setPoint = [](KoDbEntity& e, const KoGePoint3d& p) { return static_cast<H&>(e).setElevation(p.z); }},
+    alwaysWritten(point<H, &H::normal, &H::setNormal>(210, FieldType::Normal)),
+    EntityField {.code = 2,
+                 .type = FieldType::Text,
+                 .always = true,
+                 .text = [](const KoDbEntity& e) { return static_cast<const H&>(e).patternName(); },
+                 .setText = [](KoDbEntity& e, const KoString& name) {
+                     auto& h = static_cast<H&>(e);
+                     return h.setPattern(h.patternType(), name);
+                 }},
+    // Solid or not follows from the pattern name.
+    EntityField {.code = 70,
+                 .type = FieldType::Int,
+                 .always = true,
+                 .number = [](const KoDbEntity& e) -> double { return static_cast<const H&>(e).isSolidFill(); },
+                 .setNumber = [](KoDbEntity&, double) { return Kora::eOk; }},
+    integer<H, &H::associative, &H::setAssociative>(71, true),
+    nested(91, Nested::HatchLoops),
+    integer<H, &H::hatchStyle, &H::setHatchStyle>(75, true),
+    number<H, &H::patternType, setPatternType>(76, FieldType::Int, true),
+    patterned(number<H, &H::patternAngle, setPatternAngle>(52, FieldType::Real, true)),
+    patterned(number<H, &H::patternScale, setPatternScale>(41, FieldType::Real, true)),
+    patterned(number<H, &H::patternDouble, setPatternDouble>(77, FieldType::Int, true)),
+    patterned(nested(78, Nested::HatchPatternLines)),
+    EntityField {.code = 47,
+                 .type = FieldType::Real,
+                 .number = [](const KoDbEntity& e) { return static_cast<const H&>(e).pixelSize(); },
+                 .setNumber = [](KoDbEntity& e, double v) {
+                     static_cast<H&>(e).setPixelSize(v);
+                     return Kora::eOk;
+                 }},
+    nested(98, Nested::HatchSeedPoints),
+};
+constexpr std::array kHatch {EntitySubclass {"AcDbHatch", kHatchFields}};
+
 // An arc read without its angles is a whole circle's.
 KoDbEntity* makeArc() { return new KoDbArc({}, 0.0, 0.0, 2 * std::numbers::pi); }
 
@@ -570,7 +649,7 @@ const EntityKind kKinds[] = {
     {"TEXT", is<KoDbText>, kText, make<KoDbText>},
     {"MTEXT", is<KoDbMText>, kMText, make<KoDbMText>},
     {"INSERT", is<KoDbBlockReference>, kInsert, make<KoDbBlockReference>, attributes, setAttributes},
-    {"HATCH", is<KoDbHatch>, {}, nullptr},
+    {"HATCH", is<KoDbHatch>, kHatch, make<KoDbHatch>},
     {"VIEWPORT", is<KoDbViewport>, kViewport, make<KoDbViewport>},
     {"DGNUNDERLAY", is<KoDbDgnReference>, kUnderlay, make<KoDbDgnReference>, nullptr, nullptr, underlayLayers,
      takeUnderlayLayers},

@@ -2,9 +2,10 @@
 // and kodbDxfName(): each kind's DXF name, the class that models it, its
 // subclasses and their fields (group code <-> property, long texts, lists
 // and repeated groups among them), and the records and extended data that
-// follow some kinds. Hatches have no fields here: their nested, counted
-// data is laid out once in dxfhatchlayout.h, which the reader and the
-// writer both run, each with its own side.
+// follow some kinds. A hatch's nested, counted data (boundary loops,
+// pattern lines, seed points) is laid out in dxfhatchlayout.h; its fields
+// here say where each part stands, and the reader and the writer run the
+// layout there, each with its own side.
 #pragma once
 
 #include <array>
@@ -32,6 +33,15 @@ enum class FieldType : unsigned char {
     Group,       // a repeated group of numbers (vertices), see EntityGroup
     RealList,    // numbers, each at the code
     PointList,   // points, each x at the code, y at code + 10, z at code + 20
+    Nested,      // counted data laid out in its own routine, from its count at the code
+};
+
+// The routines of nested data (dxfhatchlayout.h).
+enum class Nested : unsigned char {
+    None,
+    HatchLoops,
+    HatchPatternLines,
+    HatchSeedPoints,
 };
 
 // Values a kind sets in one go (a spline's degree, flags, knots and
@@ -117,6 +127,7 @@ struct EntityField {
     const EntityGroup* group = nullptr;
     std::vector<double> (*reals)(const KoDbEntity&) = nullptr;
     std::vector<KoGePoint3d> (*pointList)(const KoDbEntity&) = nullptr;
+    Nested nested = Nested::None;
 
     bool isPoint() const { return type == FieldType::Point || type == FieldType::Point2 || type == FieldType::Normal; }
     bool isFlat() const { return type == FieldType::Point2 || type == FieldType::Point2List; }
@@ -149,7 +160,6 @@ struct EntitySequence {
 struct EntityKind {
     std::string_view dxfName;
     bool (*is)(const KoDbEntity*);
-    // Empty for hatches (see dxfhatchlayout.h).
     std::span<const EntitySubclass> subclasses;
     KoDbEntity* (*make)();
     // Records that follow the entity's own (attributes), kept as read.
@@ -163,7 +173,6 @@ struct EntityKind {
     Kora::ErrorStatus (*assemble)(KoDbEntity&, const Gathered&) = nullptr;
     const EntitySequence* sequence = nullptr;
 
-    bool hasFields() const { return !subclasses.empty(); }
     bool isMarker(std::string_view name) const;
 };
 

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "dbimpl.h"
+#include "dxfentitykinds.h"
 
 namespace Kora::Dxf::HatchLayout {
 
@@ -146,6 +147,40 @@ void seedPoints(IO& io, Points& seeds)
 {
     const int n = io.count(98, seeds.size(), 1 << 22);
     for (int k = 0; k < n; ++k) io.point2(10, io.item(seeds, k));
+}
+
+// One list of the hatch: read into a new list that is then set whole, or
+// written from the hatch's own.
+template <class IO, class Hatch, class T, class Layout>
+Kora::ErrorStatus list(IO& io, Hatch& hatch, const std::vector<T>& (KoDbHatch::*get)() const,
+                       Kora::ErrorStatus (KoDbHatch::*set)(std::vector<T>), Layout layout)
+{
+    if constexpr (IO::kReading) {
+        std::vector<T> values;
+        layout(io, values);
+        return (hatch.*set)(std::move(values));
+    } else {
+        layout(io, (hatch.*get)());
+        return Kora::eOk;
+    }
+}
+
+// Runs the routine a field names, where the field's count stands.
+template <class IO, class Hatch>
+Kora::ErrorStatus run(IO& io, Nested which, Hatch& hatch)
+{
+    switch (which) {
+    case Nested::HatchLoops:
+        return list(io, hatch, &KoDbHatch::loops, &KoDbHatch::setLoops, [](IO& o, auto& v) { loops(o, v); });
+    case Nested::HatchPatternLines:
+        return list(io, hatch, &KoDbHatch::patternLines, &KoDbHatch::setPatternLines,
+                    [](IO& o, auto& v) { patternLines(o, v); });
+    case Nested::HatchSeedPoints:
+        return list(io, hatch, &KoDbHatch::seedPoints, &KoDbHatch::setSeedPoints, [](IO& o, auto& v) { seedPoints(o, v); });
+    case Nested::None:
+        break;
+    }
+    return Kora::eOk;
 }
 
 }  // namespace Kora::Dxf::HatchLayout

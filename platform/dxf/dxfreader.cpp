@@ -220,7 +220,7 @@ private:
 
     void tableRecord(const Record& r, KoDbSymbolTable* table);
     void entity(Record& r, KoDbBlockTableRecord* block);
-    std::unique_ptr<KoDbEntity> fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved,
+    std::unique_ptr<KoDbEntity> fieldEntity(const EntityKind& kind, const Record& r, Common& c, KoDbDxfTags& preserved,
                                             std::vector<KoDbDxfRecord>& subs);
     std::unique_ptr<KoDbEntity> knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs);
     // The input side of a hatch's nested data (see dxfhatchlayout.h): reads the
@@ -263,7 +263,6 @@ private:
             if (v < lo || v > hi) rd.fail(ReadCode::kBadHatch, at(i - 1).line, what + std::to_string(v));
         }
     };
-    std::unique_ptr<KoDbEntity> hatch(const Record& r, Common& c, KoDbDxfTags& preserved);
     void object(const Record& r);
     void readSubRecords(std::vector<KoDbDxfRecord>& subs);
     std::string sectionOrEnd();
@@ -997,7 +996,7 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
 
 // An entity of a kind described by its fields; null when a value does not
 // fit the model or a required one is missing.
-std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& c, KoDbDxfTags& preserved,
+std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, const Record& r, Common& c, KoDbDxfTags& preserved,
                                                 std::vector<KoDbDxfRecord>& subs)
 {
     std::unique_ptr<KoDbEntity> e(kind.make());
@@ -1026,7 +1025,9 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             if (f.required) ++missing;
         }
     bool ok = true;
-    for (const BodyTag& b : c.body) {
+    HatchIn nestedIn {*this, r, c.body};
+    for (size_t i = 0; i < c.body.size(); ++i) {
+        const BodyTag& b = c.body[i];
         const RTag& t = *b.tag;
         if (t.code == 100 && kind.isMarker(t.value)) continue;
         const EntityField* field = nullptr;
@@ -1048,6 +1049,13 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
             continue;
         }
         if (field->required) --missing;
+        if (field->type == FieldType::Nested) {
+            // The layout reads on from its count and stops after its last group.
+            nestedIn.i = i;
+            ok = ok && HatchLayout::run(nestedIn, field->nested, static_cast<KoDbHatch&>(*e)) == Kora::eOk;
+            i = nestedIn.i - 1;
+            continue;
+        }
         if (field->type == FieldType::LongText) {
             // Pieces add up; the last one, at the field's own code, ends the text.
             if (!longField) longField = field;
@@ -1145,8 +1153,7 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, Common& 
 std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDbDxfTags& preserved, std::vector<KoDbDxfRecord>& subs)
 {
     const std::string& n = r.name;
-    if (const EntityKind* kind = entityKind(n); kind && kind->hasFields()) return fieldEntity(*kind, c, preserved, subs);
-    if (n == "HATCH") return hatch(r, c, preserved);
+    if (const EntityKind* kind = entityKind(n)) return fieldEntity(*kind, r, c, preserved, subs);
     std::unique_ptr<KoDbOpaqueEntity> opaque;
     if (n == "3DSOLID") opaque = std::make_unique<KoDb3dSolid>();
     else if (n == "REGION") opaque = std::make_unique<KoDbRegion>();
@@ -1160,62 +1167,6 @@ std::unique_ptr<KoDbEntity> Reader::knownEntity(const Record& r, Common& c, KoDb
         return opaque;
     }
     return nullptr;
-}
-
-std::unique_ptr<KoDbEntity> Reader::hatch(const Record& r, Common& c, KoDbDxfTags& preserved)
-{
-    bool ok = true;
-    auto check = [&](Kora::ErrorStatus es) { ok = ok && es == Kora::eOk; };
-    auto keep = [&](const BodyTag& b) {
-        if (!takeCommon(c, *b.tag)) preserve(preserved, b);
-    };
-    KoGeVector3d normal = KoGeVector3d::kZAxis();
-    auto e = std::make_unique<KoDbHatch>();
-    HatchIn in {*this, r, c.body};
-    size_t& i = in.i;
-    const size_t count = c.body.size();
-    KoGePoint3d elevation;
-    std::vector<KoDbHatch::Loop> loops;
-    std::vector<KoDbHatch::PatternLine> lines;
-    std::vector<KoGePoint2d> seeds;
-    KoString pattern = L"SOLID";
-    int patternType = 1;
-    double angle = 0, scale = 1;
-    bool isDouble = false;
-    while (i < count) {
-        const BodyTag& b = c.body[i];
-        const RTag& t = *b.tag;
-        if ((t.code == 100 && t.value == "AcDbHatch") || point(t, elevation, 10) || vec(t, normal, 210)) {
-            ++i;
-            continue;
-        }
-        switch (t.code) {
-        case 2: pattern = wide(t.value); ++i; break;
-        case 70: ++i; break;  // solid or not follows from the pattern name
-        case 71: e->setAssociative(integer(t) != 0); ++i; break;
-        case 75: check(e->setHatchStyle(integer(t))); ++i; break;
-        case 76: patternType = std::clamp(integer(t), 0, 2); ++i; break;
-        case 52: angle = dbl(t); ++i; break;
-        case 41: scale = dbl(t); ++i; break;
-        case 77: isDouble = integer(t) != 0; ++i; break;
-        case 47: e->setPixelSize(dbl(t)); ++i; break;
-        case 91: HatchLayout::loops(in, loops); break;
-        case 78: HatchLayout::patternLines(in, lines); break;
-        case 98: HatchLayout::seedPoints(in, seeds); break;
-        default:
-            keep(b);
-            ++i;
-        }
-    }
-    check(e->setPattern(static_cast<KoDbHatch::HatchPatternType>(patternType), pattern));
-    check(e->setPatternGeometry(angle, scale > 0 ? scale : 1.0, isDouble));
-    check(e->setPatternLines(std::move(lines)));
-    check(e->setLoops(std::move(loops)));
-    check(e->setSeedPoints(std::move(seeds)));
-    check(e->setElevation(elevation.z));
-    check(e->setNormal(normal));
-    if (!ok) return nullptr;
-    return e;
 }
 
 // ---- objects -----------------------------------------------------------------

@@ -191,7 +191,6 @@ private:
         const T& item(const std::vector<T>& v, size_t k) { return v[k]; }
         void enumerated(int code, int v, int, int, const char*) { w.tag(code, v); }
     };
-    void hatch(const KoDbHatch* h);
     void objects();
     void object(const KoDbObject* o);
 
@@ -560,11 +559,7 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     keptOfCurrent();
 
     const EntityKind* kind = entityKind(e);
-    if (kind && kind->hasFields()) {
-        fields(*kind, e);
-    } else if (const auto* h = KoDbHatch::cast(e)) {
-        hatch(h);
-    }
+    if (kind) fields(*kind, e);
     keptOfCurrent();
     end(e);
     if (kind && kind->xdata) tags(kind->xdata(*e));
@@ -629,6 +624,9 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
                         if (m.always || item[static_cast<size_t>(m.slot)] != 0.0 ||
                             (m.alsoSlot >= 0 && item[static_cast<size_t>(m.alsoSlot)] != 0.0))
                             real(m.code, item[static_cast<size_t>(m.slot)]);
+            } else if (f.type == FieldType::Nested) {
+                HatchOut out {*this};
+                HatchLayout::run(out, f.nested, static_cast<const KoDbHatch&>(*e));
             } else if (f.type == FieldType::Point2List) {
                 for (const KoGePoint2d& p : f.points(*e)) point2(f.code, p);
             } else if (f.type == FieldType::RealList) {
@@ -651,28 +649,6 @@ void Writer::fields(const EntityKind& kind, const KoDbEntity* e)
             }
         }
     }
-}
-
-void Writer::hatch(const KoDbHatch* h)
-{
-    HatchOut out {*this};
-    subclass("AcDbHatch");
-    point(10, KoGePoint3d(0.0, 0.0, h->elevation()));
-    point(210, h->normal());
-    tag(2, h->patternName());
-    tag(70, h->isSolidFill() ? 1 : 0);
-    tag(71, h->associative() ? 1 : 0);
-    HatchLayout::loops(out, h->loops());
-    tag(75, h->hatchStyle());
-    tag(76, h->patternType());
-    if (!h->isSolidFill()) {
-        real(52, h->patternAngle());
-        real(41, h->patternScale());
-        tag(77, h->patternDouble() ? 1 : 0);
-        HatchLayout::patternLines(out, h->patternLines());
-    }
-    if (h->pixelSize() != 0.0) real(47, h->pixelSize());
-    HatchLayout::seedPoints(out, h->seedPoints());
 }
 
 void Writer::objects()
