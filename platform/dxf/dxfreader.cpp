@@ -958,6 +958,12 @@ void Reader::readSubRecords(std::vector<KoDbDxfRecord>& subs)
 
 void Reader::entity(Record& r, KoDbBlockTableRecord* block)
 {
+    // Kept as an entity, such a record would be written where it ends a
+    // block or the file for every later reader.
+    if (r.name == "BLOCK" || r.name == "ENDBLK" || r.name == "SECTION" || r.name == "EOF") {
+        repaired(ReadCode::kMisplacedRecord, r.line, r.name + " record among the entities; it was dropped");
+        return;
+    }
     Common c;
     splitRecord(r, c, true);
     KoDbDxfTags preserved;

@@ -926,6 +926,27 @@ TEST(KoDbDxf, RegressionPaddedNumberInKeptTag)
     EXPECT_EQ(kodbReadDxf(again, out, L"rewritten.dxf", &message), Kora::eOk) << message.toUtf8();
 }
 
+// Found by the fuzzer: an ENDBLK record among paper-space entities was kept
+// as an entity, written inside the paper-space block, and ended it there.
+TEST(KoDbDxf, RegressionStructureRecordAmongEntities)
+{
+    std::string text = smallDrawing();
+    const std::string stray = "  0\nENDBLK\n  5\nFFF2\n 67\n1\n100\nAcDbEntity\n  8\n0\n100\nAcDbBlockEnd\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), stray);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"stray.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    ASSERT_EQ(report.diagnostics.size(), 1u);
+    EXPECT_EQ(report.diagnostics[0].code, Kora::Dxf::ReadCode::kMisplacedRecord);
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    KoDbDatabase again(false);
+    EXPECT_EQ(kodbReadDxf(again, out, L"rewritten.dxf", &message), Kora::eOk) << message.toUtf8();
+    KoDbDatabase strict(false);
+    EXPECT_EQ(kodbReadDxf(strict, text, L"stray.dxf", &message, nullptr, KoDbDxfReadMode::kStrict), Kora::eBadDxfFile);
+}
+
 TEST(KoDbDxf, EntityFieldsThatDoNotFitTheModel)
 {
     const std::string extra =

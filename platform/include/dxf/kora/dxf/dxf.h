@@ -36,6 +36,7 @@ enum class ReadCode : unsigned char {
     kDuplicateRecord,
     kUnterminatedSequence,
     kOrphanEntries,      // dictionary entries without their objects
+    kMisplacedRecord,    // a record of the file's structure met among entities
 };
 
 }  // namespace Kora::Dxf
