@@ -1058,7 +1058,8 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, const Re
         if (field->type == FieldType::Nested) {
             // The layout reads on from its count and stops after its last group.
             nestedIn.i = i;
-            ok = ok && HatchLayout::run(nestedIn, field->nested, static_cast<KoDbHatch&>(*e)) == Kora::eOk;
+            const bool set = HatchLayout::run(nestedIn, field->nested, static_cast<KoDbHatch&>(*e)) == Kora::eOk;
+            ok = ok && set;
             i = nestedIn.i - 1;
             continue;
         }

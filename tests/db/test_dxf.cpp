@@ -1138,6 +1138,25 @@ TEST(KoDbDxf, PolylinesAreModelledOnlyWhenTheirFlagsAndVerticesSaySo)
     EXPECT_NE(record.find("AcDb3dPolylineVertex\n 10\n4.0\n 20\n5.0\n 30\n6.0\n 70\n32\n"), std::string::npos) << record;
 }
 
+// A value that does not fit (style 7) before the nested data: the reader
+// must still step over the seed points and keep the hatch whole.
+TEST(KoDbDxf, HatchThatDoesNotFitIsKeptWholePastItsNestedData)
+{
+    std::string text = smallDrawing();
+    const std::string extra =
+        "  0\nHATCH\n  5\nFFF3\n100\nAcDbEntity\n  8\n0\n100\nAcDbHatch\n 10\n0.0\n 20\n0.0\n 30\n0.0\n"
+        "  2\nSOLID\n 70\n1\n 71\n0\n 91\n0\n 75\n7\n 76\n1\n 98\n1\n 10\n1.0\n 20\n1.0\n";
+    text.insert(text.find("  0\nENDSEC\n", text.find("ENTITIES")), extra);
+    KoDbDatabase db(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(db, text, L"hatch.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_EQ(report.unknownEntities["HATCH"], 1);
+    std::string out;
+    ASSERT_EQ(kodbWriteDxf(db, out), Kora::eOk);
+    EXPECT_NE(out.find(" 75\n7\n 76\n1\n 98\n1\n"), std::string::npos) << "kept as it came";
+}
+
 TEST(KoDbDxf, HatchLoopsReadInAnotherWritersLayoutAndWrittenBackAlike)
 {
     std::string text = smallDrawing();
