@@ -73,6 +73,8 @@ const KoResourceString kStrings[] = {
     {162, L"Group of commands"},
     // Mapping grid: lineweight unit
     {163, L"mm"},
+    // Import and export: a translation the user stopped
+    {164, L"\nTranslation cancelled."},
     // Export settings dialog: existing references, tabs, seed browse
     {400, L"Prompt to overwrite"},
     {401, L"Overwrite without prompting "},
