@@ -18,6 +18,9 @@
 #include "storefile.h"
 #include "testeditor.h"
 
+// Prompts show as text when a comparison fails.
+inline void PrintTo(const KoString& text, std::ostream* out) { *out << '"' << text.toUtf8() << '"'; }
+
 namespace Kora::Test {
 
 class FlowTest : public ::testing::Test {
