@@ -9,6 +9,7 @@
 #include "export/DrawingExportScan.h"
 #include "kora/docman.h"
 #include "kora/editor.h"
+#include "kora/progress.h"
 #include "kora/userpaths.h"
 #include "mapping/DgnSetupFile.h"
 #include "mapping/DgnTranslationSettings.h"
@@ -199,8 +200,12 @@ bool probeOutputFiles(KoDbDatabase* database, const KoString& output, int versio
 
 int exportDrawing(DgnExport& parameters, const KoString& output, KoDbDatabase* database, bool v7)
 {
+    KoProgressMeter meter;
+    meter.begin(loadLocalString(166, L"Exporting DGN file"));
+    parameters.progress = [&meter](double fraction) { return meter.set(fraction); };
     KxDgnExportInternalServiceImp service;
     const int result = parameters.ExportDgnFile(output, database, v7, &service);
+    meter.end();
     printOutcome(result, parameters.report());
     return result;
 }

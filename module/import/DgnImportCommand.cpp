@@ -5,6 +5,7 @@
 #include "import/DgnImportManager.h"
 #include "kora/docman.h"
 #include "kora/editor.h"
+#include "kora/progress.h"
 #include "module.h"
 
 KORX_DEFINE_MEMBERS(DgnImportCommand, KoEdCommand)
@@ -116,11 +117,15 @@ bool askUnits(int& units)
     return true;
 }
 
-int importInto(const DgnImportState& state, KoDbDatabase* database)
+int importInto(DgnImportState state, KoDbDatabase* database)
 {
+    KoProgressMeter meter;
+    meter.begin(loadLocalString(165, L"Importing DGN file"));
+    state.progress = [&meter](double fraction) { return meter.set(fraction); };
     KxDgnExportInternalServiceImp service;
     DgnTranslationReport report;
     const int result = DgnFile::doDgnImport(state, database, &service, &report);
+    meter.end();
     printOutcome(result, report);
     return result;
 }
