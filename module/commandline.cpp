@@ -73,6 +73,20 @@ KoString folderOf(const KoString& path)
     return slash < 0 ? KoString() : path.left(slash + 1);
 }
 
+bool askUnits(int& subUnits)
+{
+    const KoString shown = subUnits == 0 ? loadLocalString(414, L"Master") : loadLocalString(415, L"Sub");
+    KoString reply;
+    const int result = askKeyword(loadLocalString(412, L"Master Sub _Master Sub"),
+                                  KoString::format(loadLocalString(413, L"Specify conversion units [Master/Sub] <%s>: "),
+                                                   shown.c_str()),
+                                  reply);
+    if (result == KORTNONE) return true;
+    if (result != KORTNORM) return false;
+    subUnits = reply.equalsNoCase(L"Sub") ? 1 : 0;
+    return true;
+}
+
 bool readInitialDirectory(const wchar_t* dialog, KoString& folder)
 {
     KoraVariant value;

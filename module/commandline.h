@@ -24,6 +24,10 @@ void printOutcome(int result, const DgnTranslationReport& report);
 int shortVariable(const wchar_t* name, int fallback);
 void setShortVariable(const wchar_t* name, int value);
 
+// The units prompt; `subUnits` is 0 for master units, 1 for sub units,
+// and keeps its value on Enter. False when the user cancels.
+bool askUnits(int& subUnits);
+
 // The folder part of a path, separator included ("" for a bare name).
 KoString folderOf(const KoString& path);
 // The last folder a file dialog of `dialog` ("DgnImportFileDlg", ...) was

@@ -124,20 +124,6 @@ bool askOutputFile(const KoString& defaultFile, KoString& output)
     }
 }
 
-bool askUnits(int& useSubUnits)
-{
-    const KoString shown = useSubUnits == 0 ? loadLocalString(414, L"Master") : loadLocalString(415, L"Sub");
-    KoString reply;
-    const int result = askKeyword(loadLocalString(412, L"Master Sub _Master Sub"),
-                                  KoString::format(loadLocalString(413, L"Specify conversion units [Master/Sub] <%s>: "),
-                                                   shown.c_str()),
-                                  reply);
-    if (result == KORTNONE) return true;
-    if (result != KORTNORM) return false;
-    useSubUnits = reply.equalsNoCase(L"Sub") ? 1 : 0;
-    return true;
-}
-
 bool askSeed(int version, const KoString& storedSeed, KoString& seed)
 {
     DgnSeedCatalogue catalogue;

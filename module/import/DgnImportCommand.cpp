@@ -103,20 +103,6 @@ bool askModel(const CKoraDgnImportManger& manager, KoString& model)
     }
 }
 
-bool askUnits(int& units)
-{
-    const KoString shown = units == 0 ? loadLocalString(414, L"Master") : loadLocalString(415, L"Sub");
-    KoString reply;
-    const int result = askKeyword(loadLocalString(412, L"Master Sub _Master Sub"),
-                                  KoString::format(loadLocalString(413, L"Specify conversion units [Master/Sub] <%s>: "),
-                                                   shown.c_str()),
-                                  reply);
-    if (result == KORTNONE) return true;
-    if (result != KORTNORM) return false;
-    units = reply.equalsNoCase(L"Sub") ? 1 : 0;
-    return true;
-}
-
 int importInto(DgnImportState state, KoDbDatabase* database)
 {
     KoProgressMeter meter;
