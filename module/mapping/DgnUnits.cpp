@@ -17,7 +17,8 @@ void enterNames(const std::vector<KoString>& names, DgnMappingTable& table, int&
     count = static_cast<int>(names.size());
 }
 
-// The record names of a symbol table in table order, erased ones skipped.
+}  // namespace
+
 void symbolTableNames(KoDbObjectId tableId, std::vector<KoString>& names)
 {
     KoDbSymbolTable* table = nullptr;
@@ -31,8 +32,6 @@ void symbolTableNames(KoDbObjectId tableId, std::vector<KoString>& names)
     }
     table->close();
 }
-
-}  // namespace
 
 KoString dgnUnitFullName(const KoString& abbreviation)
 {

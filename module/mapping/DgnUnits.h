@@ -2,6 +2,9 @@
 // abbreviates, and the two small readers that fill name lists from files.
 #pragma once
 
+#include <vector>
+
+#include "kora/db/object.h"
 #include "kora/kostring.h"
 #include "mapping/DgnMappingSetup.h"
 
@@ -21,5 +24,8 @@ bool dgnFileUnits(const KoString& path, KoString& masterName, KoString& subName,
 // each name mapped to itself, and their numbers into the counts. Any other
 // file, or one that cannot be read, leaves the record as it was.
 void readDrawingNames(const KoString& path, DgnMappingSetup& record);
+
+// The record names of a symbol table in table order, erased ones skipped.
+void symbolTableNames(KoDbObjectId tableId, std::vector<KoString>& names);
 
 }  // namespace Kora::DgnCommands

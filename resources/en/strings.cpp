@@ -73,6 +73,11 @@ const KoResourceString kStrings[] = {
     {162, L"Group of commands"},
     // Mapping grid: lineweight unit
     {163, L"mm"},
+    // Import and export: a translation the user stopped
+    {164, L"\nTranslation cancelled."},
+    // Import and export: the title of the progress meter
+    {165, L"Importing DGN file"},
+    {166, L"Exporting DGN file"},
     // Export settings dialog: existing references, tabs, seed browse
     {400, L"Prompt to overwrite"},
     {401, L"Overwrite without prompting "},
