@@ -100,11 +100,11 @@ void storeInitialDirectory(const wchar_t* dialog, const KoString& folder)
     koraConfig()->setValue(kConfigBranch, initialDirectoryKey(dialog), KoraVariant(folder));
 }
 
-bool askMappingSetup(const DgnMappingSetupStore& store, int kind, const KoString& heading, const KoString& defaultName,
-                     KoString& chosen)
+bool askMappingSetup(const DgnMappingSetupStore& store, int kind, const KoString& heading, KoString defaultName,
+                     bool listedBecomesDefault, KoString& chosen)
 {
-    const KoString prompt = KoString::format(loadLocalString(416, L"Specify mapping setup or [?] <%s>:"), defaultName.c_str());
     for (;;) {
+        const KoString prompt = KoString::format(loadLocalString(416, L"Specify mapping setup or [?] <%s>:"), defaultName.c_str());
         KoString reply;
         if (askString(prompt, reply) != KORTNORM) return false;
         if (reply.isEmpty()) reply = defaultName;
@@ -128,6 +128,7 @@ bool askMappingSetup(const DgnMappingSetupStore& store, int kind, const KoString
             }
         } else if (const DgnMappingSetup* setup = acceptedSetup(store, kind, pattern)) {
             printLine(setup->name);
+            if (listedBecomesDefault) defaultName = setup->name;
         } else {
             koedPrompt(KoString::format(loadLocalString(419, L"%s not found"), pattern.c_str()) + L"\n");
         }

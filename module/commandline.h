@@ -38,8 +38,10 @@ void storeInitialDirectory(const wchar_t* dialog, const KoString& folder);
 // The mapping setup prompt with its "?" listing. A name is accepted when
 // it is the standard setup's or that of a setup of kind `kind`, in any
 // letter case; `chosen` is then the setup's own spelling. `heading` is
-// printed above the listing when not empty. False when the user cancels.
-bool askMappingSetup(const DgnMappingSetupStore& store, int kind, const KoString& heading, const KoString& defaultName,
-                     KoString& chosen);
+// printed above the listing when not empty. A name found at the listing
+// prompt is printed, and with `listedBecomesDefault` it is offered as the
+// default from then on. False when the user cancels.
+bool askMappingSetup(const DgnMappingSetupStore& store, int kind, const KoString& heading, KoString defaultName,
+                     bool listedBecomesDefault, KoString& chosen);
 
 }  // namespace Kora::DgnCommands

@@ -222,7 +222,7 @@ void exportAtCommandLine()
     loadMappingSetups(setups);
     const KoString defaultSetup =
         choices.mappingSetupName.isEmpty() ? loadLocalString(128, L"standard") : choices.mappingSetupName;
-    if (!askMappingSetup(setups, 0, KoString(), defaultSetup, choices.mappingSetupName)) return;
+    if (!askMappingSetup(setups, 0, KoString(), defaultSetup, true, choices.mappingSetupName)) return;
     KoString seed;
     if (!askSeed(start.version, choices.seedFileName, seed)) return;
     choices.seedFileName = seed;

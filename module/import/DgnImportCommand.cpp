@@ -151,7 +151,7 @@ void importAtCommandLine()
     const KoString defaultSetup =
         choices.mappingSetupName.isEmpty() ? loadLocalString(128, L"standard") : choices.mappingSetupName;
     KoString setup;
-    if (!askMappingSetup(manager.setups(), 1, loadLocalString(418, L"Import mapping setups:"), defaultSetup, setup)) return;
+    if (!askMappingSetup(manager.setups(), 1, loadLocalString(418, L"Import mapping setups:"), defaultSetup, false, setup)) return;
     manager.setMappingSetupName(setup);
     manager.save();
 

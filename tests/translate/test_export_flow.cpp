@@ -117,12 +117,14 @@ TEST_F(ExportFlow, SetupAndSeedPromptsListAndRefuse)
                    "[MappingSetup2]\nName=Levels\nisImport=1\n");
     TestEditor editor;
     editor.reply(L"V8").reply(text(dir / "plan")).reply(L"")
-        .reply(L"levels").reply(L"?").reply(L"").reply(L"roads")
+        .reply(L"levels").reply(L"?").reply(L"").reply(L"?").reply(L"roads").reply(L"")
         .reply(text(dir / "absent.dgn")).reply(L"?").reply(L"").reply(L"?").reply(text(dir / "mine")).reply(text(mySeed));
     run(L"-DGNEXPORT", editor);
     const KoString& transcript = editor.transcript();
     EXPECT_NE(transcript.find(L"levels not found\n"), KoString::npos) << transcript.toUtf8();
     EXPECT_NE(transcript.find(L"Enter mapping setup(s) to list <*>:Roads\n"), KoString::npos) << transcript.toUtf8();
+    // A setup named at the listing prompt is the default from then on.
+    EXPECT_NE(transcript.find(L"Specify mapping setup or [?] <Roads>:"), KoString::npos) << transcript.toUtf8();
     // The stored seed is a V7 one: the V8 default is the first V8 seed.
     EXPECT_NE(transcript.find(seedPrompt(L"V8-Imperial-Seed2D.dgn")), KoString::npos) << transcript.toUtf8();
     EXPECT_NE(transcript.find(L"Enter seed file(s) to list <*>:" + Kora::DgnCommands::seedFilePath(L"V8-Imperial-Seed2D.dgn")),
