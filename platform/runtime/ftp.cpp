@@ -65,7 +65,7 @@ bool ftpToLocal(const KoString& url, KoString& localPath)
             curl_easy_setopt(curl, CURLOPT_WRITEDATA, &*writer);
             curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
             curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-            curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "ftp,ftps");
+            curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "ftp");
             fetched = curl_easy_perform(curl) == CURLE_OK;
             curl_easy_cleanup(curl);
         }

@@ -471,11 +471,23 @@ TEST_F(DgnAttach, AnFtpLocationIsFetchedWithTheTypedCredentials)
     ASSERT_GT(server.port(), 0);
     const KoString url = KoString::format(L"ftp://127.0.0.1:%d/site%%20plan.dgn", server.port());
 
+    {
+        // Cancelling a credential prompt ends the command.
+        TestEditor editor;
+        editor.reply(url).reply(L"surveyor").cancel();
+        attachAtCommandLine();
+        EXPECT_EQ(editor.prompts().size(), 3u);
+    }
+    // Copies go to the temporary folder; a refused login leaves none there.
+    const fs::path temp = scratch("ftp-temp");
+    setenv("TMPDIR", temp.c_str(), 1);
     TestEditor editor;
     editor.reply(url).reply(L"surveyor").reply(L"wrong");
     editor.reply(url).reply(L"surveyor").reply(L"s3cret");
     editor.reply(L"").reply(L"").reply(L"0,0").reply(L"").reply(L"");
     attachAtCommandLine();
+    unsetenv("TMPDIR");
+    EXPECT_EQ(std::distance(fs::directory_iterator(temp), fs::directory_iterator()), 1);
     const KoString& t = editor.transcript();
     EXPECT_NE(t.find(L"Not find file " + url + L",or wrong account password.\n"), KoString::npos) << t.toUtf8();
     EXPECT_EQ(std::ranges::count(editor.prompts(), L"Please enter the account number:"), 2);
@@ -490,6 +502,5 @@ TEST_F(DgnAttach, AnFtpLocationIsFetchedWithTheTypedCredentials)
     const fs::path copy = definition->getActiveFileName().toUtf8();
     EXPECT_EQ(copy.filename(), "site plan.dgn");
     EXPECT_EQ(bytesOf(copy), bytesOf(served / "site plan.dgn"));
-    definition.close();
-    fs::remove_all(copy.parent_path());
+    EXPECT_EQ(copy.parent_path().parent_path(), temp);
 }
