@@ -139,6 +139,13 @@ Placed placed(KoDbObjectId id)
     return {ref->position(), ref->scaleFactors().sx, ref->rotation(), ref->definitionId()};
 }
 
+void expectPlaced(const Placed& p, const KoGePoint3d& position, double scale, double rotation)
+{
+    EXPECT_EQ(p.position, position);
+    EXPECT_DOUBLE_EQ(p.scale, scale);
+    EXPECT_NEAR(p.rotation, rotation, 1e-12);
+}
+
 }  // namespace
 
 TEST_F(DgnAttach, CommandLineRefusesBadAnswersThenPlacesWithTypedValues)
@@ -175,9 +182,7 @@ TEST_F(DgnAttach, CommandLineRefusesBadAnswersThenPlacesWithTypedValues)
     const std::vector<KoDbObjectId> refs = references();
     ASSERT_EQ(refs.size(), 1u) << t.toUtf8();
     const Placed p = placed(refs[0]);
-    EXPECT_EQ(p.position, KoGePoint3d(10, 20, 0));
-    EXPECT_DOUBLE_EQ(p.scale, 2.0);
-    EXPECT_NEAR(p.rotation, std::numbers::pi / 2, 1e-12);
+    expectPlaced(p, {10, 20, 0}, 2.0, std::numbers::pi / 2);
     KoDbObjectPointer<KoDbDgnDefinition> definition(p.definition);
     ASSERT_TRUE(definition);
     EXPECT_EQ(definition->getItemName(), L"Default");
@@ -313,10 +318,7 @@ TEST_F(DgnAttach, AJigWithNothingToPickAppendsAtOnce)
     EXPECT_TRUE(editor.prompts().empty());
     const std::vector<KoDbObjectId> refs = references();
     ASSERT_EQ(refs.size(), 1u);
-    const Placed p = placed(refs[0]);
-    EXPECT_EQ(p.position, KoGePoint3d(5, 6, 7));
-    EXPECT_EQ(p.scale, 3.0);
-    EXPECT_EQ(p.rotation, 0.5);
+    expectPlaced(placed(refs[0]), {5, 6, 7}, 3.0, 0.5);
     // The model's levels became the reference's layer states.
     KoDbObjectPointer<KoDbDgnReference> ref(refs[0]);
     EXPECT_GT(ref->underlayLayers().size(), 0u);
@@ -378,9 +380,7 @@ TEST_F(DgnAttach, AnAttachedUnderlaySurvivesSaveasAndOpen)
     const std::vector<KoDbObjectId> refs = references();
     ASSERT_EQ(refs.size(), 1u);
     const Placed p = placed(refs[0]);
-    EXPECT_EQ(p.position, KoGePoint3d(10, 20, 0));
-    EXPECT_DOUBLE_EQ(p.scale, 2.5);
-    EXPECT_NEAR(p.rotation, std::numbers::pi / 6, 1e-12);
+    expectPlaced(p, {10, 20, 0}, 2.5, std::numbers::pi / 6);
     {
         KoDbObjectPointer<KoDbDgnDefinition> definition(p.definition);
         ASSERT_TRUE(definition);
