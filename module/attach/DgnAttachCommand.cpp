@@ -1,5 +1,11 @@
 #include "DgnAttachCommand.h"
 
+#include "DgnAttachDialogs.h"
+#include "DgnFileLocation.h"
+#include "DgnModelUnits.h"
+#include "DgnUnderlayCreation.h"
+#include "KoEdDgnAttachJig.h"
+#include "kora/docman.h"
 #include "kora/editor.h"
 #include "module.h"
 
@@ -22,7 +28,48 @@ int DgnAttachCommand::fileDialogSetting()
 
 namespace Kora::DgnCommands {
 
-void attachWithDialog(int) {}
-void attachAtCommandLine() {}
+void attachWithDialog(int fileDia)
+{
+    KoDbUnderlayFile file;
+    KoString dgnPath;
+    Located located = fileDia == 0 ? locateByPrompt(false, Report::kMessageBox, file, dgnPath) : Located::kFileDialog;
+    // FILEDIA values other than 0 and 1 go straight to the options with no file.
+    if (fileDia == 0 || fileDia == 1) {
+        if (located == Located::kFileDialog) located = locateByDialog(file, dgnPath);
+        if (located != Located::kLoaded) return;
+    }
+    attachWithOptionsDialog(dgnPath, file);
+}
+
+void attachAtCommandLine()
+{
+    KoDbUnderlayFile file;
+    KoString dgnPath;
+    Located located = locateByPrompt(true, Report::kCommandLine, file, dgnPath);
+    if (located == Located::kFileDialog) located = locateByDialog(file, dgnPath);
+    if (located != Located::kLoaded) return;
+
+    KoString modelName;
+    if (!chooseModel(file, modelName, dgnPath)) return;
+    bool useMasterUnits = true;
+    if (!chooseUnits(useMasterUnits)) return;
+    const KoString definitionName = nameDefinition(dgnPath, modelName);
+    if (!definitionNameIsFree(definitionName)) return;
+    double scale = 1.0;
+    unitScale(file, modelName, useMasterUnits, scale);
+
+    KoEdDgnAttachJig jig(kodbHostApplicationServices()->workingDatabase());
+    jig.setPickFlags(true, true, true);
+    jig.setInsertionPoint(KoGePoint3d::kOrigin());
+    jig.setScale(scale);
+    jig.setDefaultScale(scale);
+    jig.setRotation(0.0);
+    jig.setSourceFileName(dgnPath);
+    jig.setActiveFileName(dgnPath);
+    jig.setDefinitionName(definitionName);
+    jig.setModelName(modelName);
+    jig.setUseMasterUnits(useMasterUnits);
+    jig.run();
+}
 
 }  // namespace Kora::DgnCommands
