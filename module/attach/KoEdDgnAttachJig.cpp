@@ -62,9 +62,10 @@ KoEdJig::DragStatus KoEdDgnAttachJig::sampler()
         return kNormal;
     }
     case kScale: {
-        // Zero and negative answers are let through: the sampler turns them
-        // into the default and a positive scale instead of asking again.
-        setUserInputControls(kNullResponseAccepted);
+        // Typed zero and negative scales are refused and asked again; a
+        // pointing device can still give them, and they are put right below.
+        setUserInputControls(
+            UserInputControls(kNullResponseAccepted | kNoZeroResponseAccepted | kNoNegativeResponseAccepted));
         double distance = 0.0;
         const DragStatus status = acquireDist(distance, m_insertionPoint);
         if (status == kNull) {

@@ -268,18 +268,23 @@ TEST_F(DgnAttach, ScaleAnswersOfZeroOrBelowAndAnUnreadableInsunits)
 {
     // Without INSUNITS nothing converts the units: the default scale is 1.
     koraUnregisterSysVar(L"INSUNITS");
+    // Typed zero and negative scales are refused and asked again; Enter
+    // then takes the default.
     for (const KoString& typed : {KoString(L"0"), KoString(L"-3")}) {
         TestEditor editor;
-        editor.reply(kMetric).reply(L"").reply(L"").reply(L"0,0").reply(typed).reply(L"");
+        editor.reply(kMetric).reply(L"").reply(L"").reply(L"0,0").reply(typed).reply(L"").reply(L"");
         attachAtCommandLine();
         EXPECT_EQ(editor.prompts()[4], scalePrompt(1.0));
+        EXPECT_EQ(editor.prompts()[5], scalePrompt(1.0));
+        EXPECT_NE(editor.transcript().find(typed == L"0" ? L"Requires a nonzero value." : L"Requires a positive value."),
+                  KoString::npos) << editor.transcript().toUtf8();
         EXPECT_EQ(editor.unansweredPrompts(), 0) << editor.transcript().toUtf8();
     }
     koraRegisterSysVar({L"INSUNITS", KORTSHORT, L"Units of inserted content"}, L"4", 0, 24);
     const std::vector<KoDbObjectId> refs = references();
     ASSERT_EQ(refs.size(), 2u);
     EXPECT_DOUBLE_EQ(placed(refs[0]).scale, 1.0);
-    EXPECT_DOUBLE_EQ(placed(refs[1]).scale, 3.0);
+    EXPECT_DOUBLE_EQ(placed(refs[1]).scale, 1.0);
 }
 
 TEST_F(DgnAttach, ABlockNamedLikeTheDefinitionStopsTheAttach)
