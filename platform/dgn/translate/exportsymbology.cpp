@@ -35,7 +35,7 @@ KoString linetypeName(KoDbObjectId id)
 
 SymbologyMapper::SymbologyMapper(const KoDbDatabase& database, const DgnExport& settings, const V7::ColourTable& colours,
                                  DgnTranslationReport& report)
-    : m_colours(colours), m_colourMap(upperKeys(settings.colourMap)), m_lineTypeMap(upperKeys(settings.lineTypeMap)),
+    : m_layerZero(database.layerZero()), m_colours(colours), m_colourMap(upperKeys(settings.colourMap)), m_lineTypeMap(upperKeys(settings.lineTypeMap)),
       m_lineWeightMap(upperKeys(settings.lineWeightMap))
 {
     std::fill(std::begin(m_aci), std::end(m_aci), std::int16_t{-1});
@@ -103,13 +103,15 @@ int SymbologyMapper::levelOfLayer(const KoString& name) const
     return it == m_levelByName.end() ? 0 : it->second;
 }
 
-const SymbologyMapper::Layer& SymbologyMapper::layerOf(const KoDbEntity& entity)
+const SymbologyMapper::Layer& SymbologyMapper::layerOf(const KoDbEntity& entity, const ByBlock& byBlock)
 {
-    const auto it = m_layers.find(entity.layerId());
+    KoDbObjectId layer = entity.layerId();
+    // An entity whose layer is gone is drawn as if on layer "0", and
+    // inside a block layer "0" is the reference's layer.
+    if (!m_layers.contains(layer)) layer = m_layerZero;
+    if (layer == m_layerZero && !byBlock.layer.isNull()) layer = byBlock.layer;
+    const auto it = m_layers.find(layer);
     if (it != m_layers.end()) return it->second;
-    // An entity whose layer is gone is drawn as if on layer "0".
-    const auto zero = m_layers.find(entity.database() ? entity.database()->layerZero() : KoDbObjectId());
-    if (zero != m_layers.end()) return zero->second;
     static const Layer none{1, KoCmColor::fromIndex(7), L"Continuous", KoDb::kLnWtByLwDefault};
     return none;
 }
@@ -117,7 +119,7 @@ const SymbologyMapper::Layer& SymbologyMapper::layerOf(const KoDbEntity& entity)
 KoCmColor SymbologyMapper::resolvedColour(const KoDbEntity& entity, const ByBlock& byBlock)
 {
     const KoCmColor& c = entity.color();
-    if (c.isByLayer()) return layerOf(entity).colour;
+    if (c.isByLayer()) return layerOf(entity, byBlock).colour;
     if (c.isByBlock()) return byBlock.colour;
     if (c.colorMethod() == KoCmColor::kForeground) return KoCmColor::fromIndex(7);
     return c;
@@ -128,7 +130,7 @@ KoString SymbologyMapper::resolvedLinetype(const KoDbEntity& entity, const ByBlo
     const KoDbObjectId id = entity.linetypeId();
     auto it = m_linetypeNames.find(id);
     if (it == m_linetypeNames.end()) it = m_linetypeNames.emplace(id, id.isNull() ? KoString(L"ByLayer") : linetypeName(id)).first;
-    if (it->second.equalsNoCase(L"ByLayer")) return layerOf(entity).linetype;
+    if (it->second.equalsNoCase(L"ByLayer")) return layerOf(entity, byBlock).linetype;
     if (it->second.equalsNoCase(L"ByBlock")) return byBlock.linetype;
     return it->second;
 }
@@ -136,7 +138,7 @@ KoString SymbologyMapper::resolvedLinetype(const KoDbEntity& entity, const ByBlo
 int SymbologyMapper::resolvedLineWeight(const KoDbEntity& entity, const ByBlock& byBlock)
 {
     const int w = entity.lineWeight();
-    if (w == KoDb::kLnWtByLayer) return layerOf(entity).lineWeight;
+    if (w == KoDb::kLnWtByLayer) return layerOf(entity, byBlock).lineWeight;
     if (w == KoDb::kLnWtByBlock) return byBlock.lineWeight;
     return w;
 }
@@ -193,7 +195,7 @@ std::uint8_t SymbologyMapper::weight(int lineWeight)
 Symbol SymbologyMapper::symbolOf(const KoDbEntity& entity, const ByBlock& byBlock)
 {
     Symbol s;
-    s.level = layerOf(entity).level;
+    s.level = layerOf(entity, byBlock).level;
     s.symbology.colour = colourIndex(resolvedColour(entity, byBlock));
     s.symbology.style = style(resolvedLinetype(entity, byBlock));
     s.symbology.weight = weight(resolvedLineWeight(entity, byBlock));
@@ -202,7 +204,9 @@ Symbol SymbologyMapper::symbolOf(const KoDbEntity& entity, const ByBlock& byBloc
 
 ByBlock SymbologyMapper::byBlockOf(const KoDbEntity& reference, const ByBlock& outer)
 {
-    return {resolvedColour(reference, outer), resolvedLinetype(reference, outer), resolvedLineWeight(reference, outer)};
+    KoDbObjectId layer = reference.layerId();
+    if (!m_layers.contains(layer) || layer == m_layerZero) layer = outer.layer.isNull() ? m_layerZero : outer.layer;
+    return {layer, resolvedColour(reference, outer), resolvedLinetype(reference, outer), resolvedLineWeight(reference, outer)};
 }
 
 } // namespace Kora::Dgn::ExportDetail

@@ -18,10 +18,11 @@ namespace Kora::Dgn::ExportDetail {
 inline constexpr int OverflowLevel = 63;
 
 // What an entity drawn through block references takes for its ByBlock
-// colour, linetype and lineweight: the reference's own resolved values.
-// Outside any reference ByBlock means white, Continuous and the default
-// weight.
+// colour, linetype and lineweight: the reference's own resolved values;
+// and an entity on layer "0" takes the reference's layer. Outside any
+// reference ByBlock means white, Continuous and the default weight.
 struct ByBlock {
+    KoDbObjectId layer; // null outside references
     KoCmColor colour = KoCmColor::fromIndex(7);
     KoString linetype = L"Continuous";
     int lineWeight = KoDb::kLnWtByLwDefault;
@@ -55,7 +56,8 @@ private:
         KoString linetype;
         int lineWeight = KoDb::kLnWtByLwDefault;
     };
-    const Layer& layerOf(const KoDbEntity& entity);
+    const Layer& layerOf(const KoDbEntity& entity, const ByBlock& byBlock);
+    KoDbObjectId m_layerZero;
     KoCmColor resolvedColour(const KoDbEntity& entity, const ByBlock& byBlock);
     KoString resolvedLinetype(const KoDbEntity& entity, const ByBlock& byBlock);
     int resolvedLineWeight(const KoDbEntity& entity, const ByBlock& byBlock);

@@ -1,0 +1,1 @@
+#include "export_test_support.h"
