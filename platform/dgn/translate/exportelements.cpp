@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <numbers>
 
 #include "kora/db/underlay.h"
@@ -309,6 +310,45 @@ void addLevels(const Node& node, std::array<std::uint16_t, 4>& mask)
     const int level = node.element.header.level;
     mask[level / 16] = static_cast<std::uint16_t>(mask[level / 16] | (1u << (level % 16)));
     for (const Node& child : node.children) addLevels(child, mask);
+}
+
+// A 2D polyline of the old kind, which the database keeps as its tags:
+// its vertices as a lightweight polyline; null for meshes, polyface
+// meshes and anything else.
+std::unique_ptr<KoDbPolyline> oldPolyline(const KoDbUnknownEntity& e)
+{
+    if (e.dxfName() != "POLYLINE") return nullptr;
+    auto number = [](const KoDbDxfTag& t) { return std::strtod(t.value.c_str(), nullptr); };
+    int flags = 0;
+    double elevation = 0;
+    KoGeVector3d normal = KoGeVector3d::kZAxis();
+    for (const KoDbDxfTag& t : e.preservedTags()) {
+        if (t.code == 70) flags = static_cast<int>(number(t));
+        else if (t.code == 30) elevation = number(t);
+        else if (t.code == 210) normal.x = number(t);
+        else if (t.code == 220) normal.y = number(t);
+        else if (t.code == 230) normal.z = number(t);
+    }
+    if (flags & (8 | 16 | 64)) return nullptr;
+    std::vector<KoDbPolyline::Vertex> vertices;
+    for (const KoDbDxfRecord& r : e.subRecords()) {
+        if (r.dxfName != "VERTEX") continue;
+        KoDbPolyline::Vertex v;
+        int vertexFlags = 0;
+        for (const KoDbDxfTag& t : r.tags) {
+            if (t.code == 10) v.point.x = number(t);
+            else if (t.code == 20) v.point.y = number(t);
+            else if (t.code == 42) v.bulge = number(t);
+            else if (t.code == 70) vertexFlags = static_cast<int>(number(t));
+        }
+        if ((vertexFlags & 16) == 0) vertices.push_back(v); // not a spline's frame point
+    }
+    auto polyline = std::make_unique<KoDbPolyline>();
+    polyline->setVertices(std::move(vertices));
+    polyline->setClosed((flags & 1) != 0);
+    polyline->setElevation(elevation);
+    polyline->setNormal(normal);
+    return polyline;
 }
 
 } // namespace
@@ -712,6 +752,11 @@ void ElementBuilder::convert(const KoDbEntity& entity, const Transform& t, const
         m_report.skip("VIEWPORT", "views of model space are not exported");
         return;
     }
+    if (const auto* unknown = KoDbUnknownEntity::cast(&entity))
+        if (const auto flat = oldPolyline(*unknown)) {
+            polyline(*flat, t, m_symbology.symbolOf(entity, byBlock), out);
+            return;
+        }
     if (const auto* opaque = KoDbOpaqueEntity::cast(&entity)) {
         m_report.skip(opaque->dxfName().empty() ? kodbDxfName(&entity) : opaque->dxfName(), "no DGN V7 element");
         return;

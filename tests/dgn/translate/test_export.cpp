@@ -352,7 +352,11 @@ TEST(DgnExportSkips, SolidsUnderlaysAndUnknownKindsAreCountedByKind)
     ASSERT_EQ(runExport(exporter, folder / "entities.dgn", *entities), KORTNORM);
     EXPECT_EQ(count("3DFACE"), 1u);
     EXPECT_EQ(count("DIMENSION"), 1u);
+    EXPECT_EQ(count("POLYLINE"), 1u); // the polyface mesh; the 2D polyline is a line string
     const auto features = ogrFeatures(folder / "entities.dgn");
     EXPECT_NE(withText(features, "Hello DXF"), nullptr);
+    EXPECT_TRUE(std::any_of(features.begin(), features.end(), [](const OgrFeature& f) {
+        return f.type == 4 && samePoints(f.points, {{0, 0, 0}, {5, 0, 0}, {5, 5, 0}});
+    }));
     EXPECT_EQ(std::count_if(features.begin(), features.end(), [](const OgrFeature& f) { return f.styleString.find("BRUSH") != std::string::npos; }), 3);
 }
