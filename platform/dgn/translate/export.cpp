@@ -217,9 +217,8 @@ int DgnExport::ExportDgnFile(const KoString& path, KoDbDatabase* database, bool 
         if (!writer) return fail(L"DGN export failed: " + KoString::fromUtf8(writer.error()));
         ElementBuilder builder(writer->units(), writer->is3d(), drawingToMaster, symbology, m_report);
         KoDbObjectPointer<KoDbBlockTableRecord> block(out.block);
-        if (!block) continue;
         std::vector<Node> nodes;
-        for (auto it = block->newIterator(); !it->done(); it->step()) {
+        for (auto it = block ? block->newIterator() : nullptr; it && !it->done(); it->step()) {
             ++done;
             if ((done & 255) == 0 && !keepGoing(false)) return cancelled();
             KoDbObjectId id;

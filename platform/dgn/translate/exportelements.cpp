@@ -34,7 +34,11 @@ struct Plane {
     KoGeVector3d x, y, z;
     explicit Plane(const KoGeVector3d& normal)
     {
-        z = normal.length() > 0 ? normal.normal() : KoGeVector3d::kZAxis();
+        if (normal == KoGeVector3d::kZAxis() || normal.length() == 0) { // nearly every entity: the world's own axes
+            x = KoGeVector3d::kXAxis(), y = {0, 1, 0}, z = KoGeVector3d::kZAxis();
+            return;
+        }
+        z = normal.normal();
         const bool nearZ = std::fabs(z.x) < 1.0 / 64 && std::fabs(z.y) < 1.0 / 64;
         x = (nearZ ? KoGeVector3d(0, 1, 0) : KoGeVector3d(0, 0, 1)).crossProduct(z).normal();
         y = z.crossProduct(x).normal();
@@ -570,15 +574,19 @@ void ElementBuilder::text(const KoDbText& e, const Transform& t, const Symbol& s
     const KoGeVector3d up = plane.z.crossProduct(dir);
     const auto h = e.horizontalMode();
     const auto vmode = e.verticalMode();
-    const bool left = h == KoDbText::kTextLeft || h == KoDbText::kTextAlign || h == KoDbText::kTextFit;
-    const bool anchored = !(left && vmode == KoDbText::kTextBase);
+    const bool fitted = h == KoDbText::kTextAlign || h == KoDbText::kTextFit;
+    const bool left = h == KoDbText::kTextLeft || fitted;
+    // Texts placed by their alignment point are measured from it; left
+    // aligned and fitted texts start at their insertion point.
+    const bool anchored = !fitted && !(h == KoDbText::kTextLeft && vmode == KoDbText::kTextBase);
     const std::vector<std::string> lines = textLines({latin1(e.textString().view())});
     const double width = static_cast<double>(lines.front().size()) * e.height() * e.widthFactor();
     const double dx = left ? 0 : (h == KoDbText::kTextRight ? -width : -width / 2);
-    const double dy = h == KoDbText::kTextMid || vmode == KoDbText::kTextVertMid ? -e.height() / 2
+    const double dy = !anchored                                                  ? 0
+                      : h == KoDbText::kTextMid || vmode == KoDbText::kTextVertMid ? -e.height() / 2
                       : vmode == KoDbText::kTextTop                              ? -e.height()
                                                                                  : 0;
-    const KoGePoint3d anchor = plane.world(anchored && !left ? e.alignmentPoint() : e.position());
+    const KoGePoint3d anchor = plane.world(anchored ? e.alignmentPoint() : e.position());
     const int justification = (left ? 0 : h == KoDbText::kTextRight ? 12 : 6)
                               + (h == KoDbText::kTextMid || vmode == KoDbText::kTextVertMid ? 1
                                  : vmode == KoDbText::kTextTop                              ? 0

@@ -128,11 +128,14 @@ KoCmColor SymbologyMapper::resolvedColour(const KoDbEntity& entity, const ByBloc
 KoString SymbologyMapper::resolvedLinetype(const KoDbEntity& entity, const ByBlock& byBlock)
 {
     const KoDbObjectId id = entity.linetypeId();
-    auto it = m_linetypeNames.find(id);
-    if (it == m_linetypeNames.end()) it = m_linetypeNames.emplace(id, id.isNull() ? KoString(L"ByLayer") : linetypeName(id)).first;
-    if (it->second.equalsNoCase(L"ByLayer")) return layerOf(entity, byBlock).linetype;
-    if (it->second.equalsNoCase(L"ByBlock")) return byBlock.linetype;
-    return it->second;
+    auto it = m_linetypes.find(id);
+    if (it == m_linetypes.end()) {
+        const KoString name = id.isNull() ? KoString(L"ByLayer") : linetypeName(id);
+        it = m_linetypes.emplace(id, Linetype{name, name.equalsNoCase(L"ByLayer"), name.equalsNoCase(L"ByBlock")}).first;
+    }
+    if (it->second.byLayer) return layerOf(entity, byBlock).linetype;
+    if (it->second.byBlock) return byBlock.linetype;
+    return it->second.name;
 }
 
 int SymbologyMapper::resolvedLineWeight(const KoDbEntity& entity, const ByBlock& byBlock)

@@ -69,7 +69,11 @@ private:
     std::unordered_map<KoString, KoString> m_colourMap, m_lineTypeMap, m_lineWeightMap; // upper-cased keys
     std::unordered_map<KoDbObjectId, Layer> m_layers;
     std::unordered_map<KoString, int> m_levelByName; // upper-cased layer name
-    std::unordered_map<KoDbObjectId, KoString> m_linetypeNames;
+    struct Linetype {
+        KoString name;
+        bool byLayer = false, byBlock = false;
+    };
+    std::unordered_map<KoDbObjectId, Linetype> m_linetypes;
     std::unordered_map<std::uint32_t, std::uint8_t> m_nearest;
     std::unordered_map<KoString, std::uint8_t> m_styles;
     std::int16_t m_aci[256];
