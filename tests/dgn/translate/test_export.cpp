@@ -360,3 +360,39 @@ TEST(DgnExportSkips, SolidsUnderlaysAndUnknownKindsAreCountedByKind)
     }));
     EXPECT_EQ(std::count_if(features.begin(), features.end(), [](const OgrFeature& f) { return f.styleString.find("BRUSH") != std::string::npos; }), 3);
 }
+
+TEST(DgnExportTexts, PlacedByInsertionOrAlignmentPointAndCutAt255Characters)
+{
+    KoDbDatabase db;
+    auto text = [&](KoDbText::TextHorzMode h, KoDbText::TextVertMode v, const wchar_t* s) {
+        auto* t = new KoDbText;
+        t->setTextString(s);
+        t->setHeight(2);
+        t->setPosition({1, 1, 0});      // where a left aligned or fitted text starts
+        t->setAlignmentPoint({20, 10, 0});
+        t->setHorizontalMode(h);
+        t->setVerticalMode(v);
+        appendToModel(db, t);
+    };
+    text(KoDbText::kTextLeft, KoDbText::kTextTop, L"top");     // hangs 2 below the point
+    text(KoDbText::kTextRight, KoDbText::kTextBase, L"right"); // ends 5 x 2 left of it
+    text(KoDbText::kTextFit, KoDbText::kTextBase, L"fit");     // starts at the insertion point
+    text(KoDbText::kTextLeft, KoDbText::kTextBase, std::wstring(300, L'x').c_str());
+    const auto folder = scratch("export-texts");
+    DgnExport exporter;
+    exporter.seedFile = seed("V7-Metric-Seed2D.dgn");
+    ASSERT_EQ(runExport(exporter, folder / "texts.dgn", db), KORTNORM);
+    const Design d = design(folder / "texts.dgn");
+    std::map<std::string, DoublePoint> origins;
+    std::vector<std::size_t> lengths;
+    for (const Element& e : d.elements)
+        if (const Text* t = e.as<Text>()) {
+            origins[t->text] = d.info.units.toMaster(t->origin);
+            if (t->text[0] == 'x') lengths.push_back(t->text.size());
+        }
+    EXPECT_TRUE(samePoints({origins["top"]}, {{20, 8, 0}}));
+    EXPECT_TRUE(samePoints({origins["right"]}, {{10, 10, 0}}));
+    EXPECT_TRUE(samePoints({origins["fit"]}, {{1, 1, 0}}));
+    EXPECT_EQ(lengths, (std::vector<std::size_t>{255, 45})); // two lines of a text node
+    EXPECT_EQ(countByType(d).at(7), 1);
+}
