@@ -5,6 +5,7 @@
 // the same drawing.
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <sys/resource.h>
 
 #include "kora/db/database.h"
@@ -46,5 +47,8 @@ int main(int argc, char** argv)
     auto seconds = [](Clock::duration d) { return std::chrono::duration<double>(d).count(); };
     std::printf("entities %zu elements %zu read %.3f s export %.3f s drawing %ld kB\n", exporter.report().itemsRead,
                 exporter.report().itemsWritten, seconds(read - start), seconds(written - read), drawingKb);
-    return 0;
+    // What is measured is the read and the export: the process ends here
+    // without taking the drawing apart object by object.
+    std::fflush(stdout);
+    std::_Exit(0);
 }
