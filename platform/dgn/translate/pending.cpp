@@ -1,14 +1,9 @@
-// Stand-ins for the import and export translations until they land: both
-// refuse, so callers take their failure paths.
+// Stand-in for the import translation until it lands: it refuses, so
+// callers take their failure path.
 #include "kora/dgn/dgnfile.h"
 #include "kora/dgn/translate.h"
 
 int DgnFile::doDgnImport(const DgnImportState&, KoDbDatabase*, KxDgnExportInternalService*, DgnTranslationReport*)
-{
-    return KORTERROR;
-}
-
-int DgnExport::ExportDgnFile(const KoString&, KoDbDatabase*, bool, KxDgnExportInternalService*)
 {
     return KORTERROR;
 }

@@ -41,3 +41,8 @@ private:
     int16_t m_index = 256;
     uint32_t m_rgb = 0;
 };
+
+// The RGB value (0x00RRGGBB) of palette index 1..255 in the standard
+// drawing palette, the colours the indexes show with everywhere; 0 for an
+// index outside the palette (by block, by layer).
+KORA_API uint32_t kocmPaletteRgb(int index);
