@@ -223,14 +223,15 @@ TEST_F(ExportFlow, TheDialogFormAsksAtTheCommandLineWithoutFileDialogs)
     EXPECT_EQ(editor.prompts(), (std::vector<KoString>{kV7Prompt}));
 }
 
-// These need the DGN export library, which replaces its stand-in when it is
-// merged; enable them then.
-TEST_F(ExportFlow, DISABLED_RealTranslationWritesTheDrawingAndEachSheet)
+TEST_F(ExportFlow, TheTranslationWritesADesignTheLibraryReadsBack)
 {
     Kora::Test::appendToModel(*koDocManagerPtr()->curDocument()->database(), new KoDbLine({0, 0, 0}, {10, 5, 0}));
     TestEditor editor;
     editor.reply(L"7").reply(text(dir / "plan")).reply(L"").reply(L"").reply(text(fs::path(KORA_TEST_DATA_DIR) / "dgn" / "seed_2d.dgn"));
     run(L"-DGNEXPORT", editor);
     EXPECT_NE(editor.transcript().find(L"\nTranslation successful."), KoString::npos) << editor.transcript().toUtf8();
-    EXPECT_GT(fs::file_size(dir / "plan.dgn"), 0u);
+    DgnFileProp prop;
+    ASSERT_EQ(DgnFile::addPropFromDgnFile(text(dir / "plan.dgn"), prop), KORTNORM);
+    EXPECT_EQ(prop.version, kDgnVersionV7);
+    EXPECT_EQ(prop.levels, std::vector<KoString>{L"1"}) << "layer 0 takes the first free level";
 }

@@ -171,13 +171,17 @@ int DgnExport::ExportDgnFile(const KoString& path, KoDbDatabase* database, bool 
     outputs.push_back({target, database->modelSpaceId(), true, {}});
     for (const auto& [name, block] : layoutsToWrite(*database)) outputs.push_back({layoutPath(target, name), block, true, {}});
 
-    // Files that exist are settled before anything is built, so that a
-    // cancel costs nothing and leaves every file as it was.
+    // Sheet files that exist are settled before anything is built, so that
+    // a cancel costs nothing and leaves every file as it was. The main file
+    // is the caller's choice and is written; so is a sheet file with nothing
+    // in it (the caller's write probe leaves it so).
     const bool ask = existingXRefOperation != kDgnExistingKeep && existingXRefOperation != kDgnExistingOverwrite;
     bool replaceAll = existingXRefOperation == kDgnExistingOverwrite;
     for (Output& out : outputs) {
+        if (&out == &outputs.front()) continue;
         std::error_code ec;
-        if (!std::filesystem::exists(out.path, ec) || replaceAll) continue;
+        const auto size = std::filesystem::file_size(out.path, ec);
+        if (ec || size == 0 || replaceAll) continue;
         int choice = kDgnOverwriteKeep;
         if (ask && service && service->isEnabled()) choice = service->promptFileOverwrite(KoString::fromUtf8(out.path.string()));
         if (choice == kDgnOverwriteReplaceAll) replaceAll = true;

@@ -85,16 +85,18 @@ TEST(DgnExportFiles, SheetsWithViewportsGetFilesNamedAfterThem)
     EXPECT_TRUE(fs::exists(folder / "bare - Sheet2"));
 }
 
-TEST_F(ExistingFiles, KeepLeavesThemAndSaysSo)
+// The main file is the caller's choice and always written; the operation
+// settles the sheet files that already hold something.
+TEST_F(ExistingFiles, KeepLeavesTheSheetAndSaysSo)
 {
     DgnExport e = exporter(kDgnExistingKeep);
     ASSERT_EQ(runExport(e, model, *db), KORTNORM);
-    EXPECT_EQ(fileText(model), "old model");
+    EXPECT_TRUE(isDesign(model));
     EXPECT_EQ(fileText(sheet), "old sheet");
-    EXPECT_TRUE(e.report().filesWritten.empty());
+    EXPECT_EQ(e.report().filesWritten, std::vector<KoString>{wide(model)});
     EXPECT_EQ(std::count_if(e.report().notes.begin(), e.report().notes.end(),
                             [](const KoString& n) { return n.find(L"Kept the existing file") >= 0; }),
-              2);
+              1);
 }
 
 TEST_F(ExistingFiles, OverwriteReplacesThemWithoutAsking)
@@ -107,46 +109,50 @@ TEST_F(ExistingFiles, OverwriteReplacesThemWithoutAsking)
     EXPECT_TRUE(isDesign(sheet));
 }
 
-TEST_F(ExistingFiles, AskKeepsOneAndReplacesTheOther)
+TEST_F(ExistingFiles, AskIsAboutTheSheetOnly)
 {
-    DgnExport e = exporter(kDgnExistingAsk);
-    ScriptedService service({kDgnOverwriteKeep, kDgnOverwriteReplace});
-    ASSERT_EQ(runExport(e, model, *db, &service), KORTNORM);
-    EXPECT_EQ(service.asked, (std::vector<std::string>{"plan.dgn", "plan - Layout1.dgn"}));
-    EXPECT_EQ(fileText(model), "old model");
-    EXPECT_TRUE(isDesign(sheet));
-    EXPECT_EQ(e.report().filesWritten, std::vector<KoString>{wide(sheet)});
+    for (int answer : {kDgnOverwriteKeep, kDgnOverwriteReplace, kDgnOverwriteReplaceAll}) {
+        writeFile(model, "old model");
+        writeFile(sheet, "old sheet");
+        DgnExport e = exporter(kDgnExistingAsk);
+        ScriptedService service({answer});
+        ASSERT_EQ(runExport(e, model, *db, &service), KORTNORM);
+        EXPECT_EQ(service.asked, std::vector<std::string>{"plan - Layout1.dgn"});
+        EXPECT_TRUE(isDesign(model));
+        EXPECT_EQ(isDesign(sheet), answer != kDgnOverwriteKeep) << answer;
+    }
 }
 
-TEST_F(ExistingFiles, ReplaceAllStopsAsking)
+TEST_F(ExistingFiles, AnEmptySheetAsTheWriteProbeLeavesItIsWrittenWithoutAsking)
 {
+    writeFile(sheet, "");
     DgnExport e = exporter(kDgnExistingAsk);
-    ScriptedService service({kDgnOverwriteReplaceAll});
+    ScriptedService service({});
     ASSERT_EQ(runExport(e, model, *db, &service), KORTNORM);
-    EXPECT_EQ(service.asked, std::vector<std::string>{"plan.dgn"});
-    EXPECT_TRUE(isDesign(model));
+    EXPECT_TRUE(service.asked.empty());
     EXPECT_TRUE(isDesign(sheet));
 }
 
-TEST_F(ExistingFiles, CancelAtTheSecondPromptWritesNothing)
+TEST_F(ExistingFiles, CancelWritesNothing)
 {
     DgnExport e = exporter(kDgnExistingAsk);
-    ScriptedService service({kDgnOverwriteReplace, kDgnOverwriteCancel});
+    ScriptedService service({kDgnOverwriteCancel});
     KoString printed;
     EXPECT_EQ(runExport(e, model, *db, &service, &printed), KORTERROR);
     EXPECT_TRUE(e.report().cancelled);
-    EXPECT_EQ(fileText(model), "old model"); // replacing it was agreed, but nothing is written after a cancel
+    EXPECT_EQ(fileText(model), "old model");
     EXPECT_EQ(fileText(sheet), "old sheet");
     EXPECT_GE(printed.find(L"cancelled"), 0);
 }
 
-TEST_F(ExistingFiles, NobodyToAskKeepsThem)
+TEST_F(ExistingFiles, NobodyToAskKeepsTheSheet)
 {
     DgnExport e = exporter(kDgnExistingAsk);
     ScriptedService disabled({kDgnOverwriteReplace}, false);
     ASSERT_EQ(runExport(e, model, *db, &disabled), KORTNORM);
     EXPECT_TRUE(disabled.asked.empty());
-    EXPECT_EQ(fileText(model), "old model");
+    EXPECT_TRUE(isDesign(model));
+    EXPECT_EQ(fileText(sheet), "old sheet");
     ASSERT_EQ(runExport(e, model, *db, nullptr), KORTNORM);
     EXPECT_EQ(fileText(sheet), "old sheet");
 }
