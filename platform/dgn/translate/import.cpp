@@ -292,10 +292,11 @@ KoDbObjectId Importer::linetype(int style)
 KoDbObjectId Importer::newBlock(const KoString& name, const KoGePoint3d& origin)
 {
     KoDbObjectId id;
+    const KoString unique = uniqueBlockName(m_db, prefixed(name));
     KoDbBlockTable* table = nullptr;
     if (m_db->getBlockTable(table, KoDb::kForWrite) != eOk) return id;
     auto* record = new KoDbBlockTableRecord;
-    record->setName(uniqueBlockName(m_db, prefixed(name)));
+    record->setName(unique);
     record->setOrigin(origin);
     if (table->add(id, record) == eOk) {
         record->close();
@@ -905,10 +906,11 @@ bool importReferences(const Importer& master, const Design& masterDesign, const 
         Importer reference(*design, file, referenceState, database, service, target, report, created);
         const Units& units = design->info.units;
         if (blockId.isNull()) {
+            const KoString unique = uniqueBlockName(database, name);
             KoDbBlockTable* table = nullptr;
             if (database->getBlockTable(table, KoDb::kForWrite) == eOk) {
                 auto* record = new KoDbBlockTableRecord;
-                record->setName(uniqueBlockName(database, name));
+                record->setName(unique);
                 record->setPathName(KoString::fromUtf8(file.string()));
                 if (table->add(blockId, record) == eOk) {
                     record->close();
@@ -1044,12 +1046,12 @@ int importDesign(const DgnImportState& state, KoDbDatabase* database, KxDgnExpor
     KoDbObjectId spaceId = database->modelSpaceId();
     const bool ownBlock = !target.blockName.isEmpty() || state.targetMode == 2;
     if (ownBlock) {
+        const KoString unique = uniqueBlockName(
+            database, !target.blockName.isEmpty() ? target.blockName : KoString::fromUtf8(file.stem().string()));
         KoDbBlockTable* table = nullptr;
         if (database->getBlockTable(table, KoDb::kForWrite) == eOk) {
             auto* record = new KoDbBlockTableRecord;
-            const KoString base = !target.blockName.isEmpty() ? target.blockName
-                                                               : KoString::fromUtf8(file.stem().string());
-            record->setName(uniqueBlockName(database, base));
+            record->setName(unique);
             if (table->add(designBlock, record) == eOk) {
                 record->close();
                 created.push_back(designBlock);

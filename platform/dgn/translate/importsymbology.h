@@ -16,7 +16,7 @@ namespace Kora::Dgn {
 // names one ("ByLayer", "ByBlock" or a palette index 1..255), else the
 // design's colour table entry, as the palette index of the same RGB when
 // there is one and as a true colour otherwise. A design without a colour
-// table shows index n as palette colour n (0 as white, 7).
+// table shows with the default V7 colours.
 KoCmColor importColour(const DgnNameMap& map, const std::optional<V7::ColourTable>& table, int index);
 
 // The lineweight of a weight: the mapping table's target ("0".."211",
