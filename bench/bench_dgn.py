@@ -65,4 +65,5 @@ def main():
     print("our memory  %8.2f x the file size" % (ours[1] / size_kb))
 
 
-main()
+if __name__ == "__main__":
+    main()

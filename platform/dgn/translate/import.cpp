@@ -2,6 +2,7 @@
 #include <cmath>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <map>
 #include <numbers>
 #include <string>
@@ -68,15 +69,56 @@ KoGeVector3d operator-(const KoGeVector3d& v) { return {-v.x, -v.y, -v.z}; }
 
 bool sameDirection(const KoGeVector3d& a, const KoGeVector3d& b) { return a.dotProduct(b) > 1.0 - 1e-12; }
 
-// The elements of a complex element that follow its header: those with the
-// complex bit inside the words the header counts.
-std::size_t componentsEnd(const std::vector<Element>& elements, std::size_t header, std::uint16_t totalWords)
-{
-    const std::size_t end = elements[header].offset + 38 + std::size_t{totalWords} * 2;
-    std::size_t i = header + 1;
-    while (i < elements.size() && elements[i].header.complex && elements[i].offset < end) ++i;
-    return i;
-}
+// A design checked whole, its elements kept as their bytes and decoded
+// again as they are translated: the decoded records of a large design take
+// many times the file's size.
+class StoredDesign {
+public:
+    DesignInfo info;
+    std::optional<ColourTable> colourTable; // the last one in the file
+
+    std::size_t size() const { return m_elements.size(); }
+    Element at(std::size_t i) const { return decodeElement(m_elements[i].bytes, info.is3d); }
+    ElementType type(std::size_t i) const
+    {
+        return static_cast<ElementType>(std::to_integer<unsigned>(m_elements[i].bytes.span()[1]) & 0x7F);
+    }
+    // The elements of a complex element that follow its header: those with
+    // the complex bit inside the words the header counts.
+    std::size_t componentsEnd(std::size_t header, std::uint16_t totalWords) const
+    {
+        const std::size_t end = m_elements[header].offset + 38 + std::size_t{totalWords} * 2;
+        std::size_t i = header + 1;
+        while (i < m_elements.size() && (std::to_integer<unsigned>(m_elements[i].bytes.span()[0]) & 0x80) != 0
+               && m_elements[i].offset < end)
+            ++i;
+        return i;
+    }
+
+    static std::expected<StoredDesign, ReadError> read(const fs::path& file)
+    {
+        auto bytes = readFileBytes(file);
+        if (!bytes) return std::unexpected(bytes.error());
+        auto reader = Reader::open(std::move(*bytes));
+        if (!reader) return std::unexpected(reader.error());
+        StoredDesign design;
+        design.info = reader->info();
+        Element element;
+        while (reader->next(element)) {
+            design.m_elements.push_back({element.source, element.offset});
+            if (const auto* colours = element.as<ColourTable>()) design.colourTable = *colours;
+        }
+        if (reader->error()) return std::unexpected(*reader->error());
+        return design;
+    }
+
+private:
+    struct Stored {
+        ElementBytes bytes;
+        std::size_t offset = 0;
+    };
+    std::vector<Stored> m_elements;
+};
 
 std::uint16_t totalWordsOf(const Element& element)
 {
@@ -123,7 +165,7 @@ bool hasRecord(ElementType type)
 
 class Importer {
 public:
-    Importer(const Design& design, const fs::path& file, const DgnImportState& state, KoDbDatabase* database,
+    Importer(const StoredDesign& design, const fs::path& file, const DgnImportState& state, KoDbDatabase* database,
              KxDgnExportInternalService* service, const ImportTarget& target, DgnTranslationReport& report,
              std::vector<KoDbObjectId>& created)
         : m_design(design), m_file(file), m_state(state), m_db(database), m_service(service), m_target(target),
@@ -172,7 +214,7 @@ private:
     KoDbObjectId linetype(int style);
     KoDbObjectId newBlock(const KoString& name, const KoGePoint3d& origin);
 
-    const Design& m_design;
+    const StoredDesign& m_design;
     fs::path m_file;
     const DgnImportState& m_state;
     KoDbDatabase* m_db;
@@ -183,6 +225,8 @@ private:
     double m_scale = 1.0;
     std::map<int, KoDbObjectId> m_layers;
     std::map<int, KoDbObjectId> m_linetypes;
+    std::array<std::optional<KoCmColor>, ColourCount> m_colours;
+    std::array<std::optional<KoDb::LineWeight>, WeightCount> m_weights;
     std::vector<ReferenceAttachment> m_attachments;
 };
 
@@ -312,9 +356,13 @@ void Importer::add(KoDbEntity* entity, const Header& header, const Sink& sink)
 {
     const Symbology& s = header.symbology;
     entity->setLayer(layer(header.level));
-    entity->setColor(importColour(m_state.tables.colours, m_design.colourTable, s.colour));
+    auto& colour = m_colours[s.colour];
+    if (!colour) colour = importColour(m_state.tables.colours, m_design.colourTable, s.colour);
+    entity->setColor(*colour);
     entity->setLinetype(linetype(s.style));
-    entity->setLineWeight(importLineWeight(m_state.tables.weights, s.weight));
+    auto& weight = m_weights[s.weight & 31];
+    if (!weight) weight = importLineWeight(m_state.tables.weights, s.weight);
+    entity->setLineWeight(*weight);
     KoDbObjectId id;
     if (sink.block->appendKoDbEntity(id, entity) != eOk) {
         delete entity;
@@ -331,13 +379,12 @@ void Importer::skip(const Element& element, const char* reason) { m_report.skip(
 bool Importer::run(KoDbBlockTableRecord* block, const KoGePoint3d& base)
 {
     const Sink sink{block, base};
-    const std::vector<Element>& elements = m_design.elements;
     std::size_t nextReport = kProgressStep;
-    for (std::size_t i = 0; i < elements.size();) {
+    for (std::size_t i = 0; i < m_design.size();) {
         i = importElement(i, sink);
         if (i >= nextReport) {
             nextReport = i + kProgressStep;
-            if (m_state.progress && !m_state.progress(static_cast<double>(i) / static_cast<double>(elements.size())))
+            if (m_state.progress && !m_state.progress(static_cast<double>(i) / static_cast<double>(m_design.size())))
                 return false;
         }
     }
@@ -346,10 +393,10 @@ bool Importer::run(KoDbBlockTableRecord* block, const KoGePoint3d& base)
 
 std::size_t Importer::importElement(std::size_t index, const Sink& sink)
 {
-    const Element& element = m_design.elements[index];
+    const Element element = m_design.at(index);
     const Header& header = element.header;
     std::size_t next = index + 1;
-    if (isComplexHeader(header.type)) next = componentsEnd(m_design.elements, index, totalWordsOf(element));
+    if (isComplexHeader(header.type)) next = m_design.componentsEnd(index, totalWordsOf(element));
     if (header.deleted) return next;
     ++m_report.itemsRead;
     if (header.type == ElementType::GroupData && header.level == 9) {
@@ -361,10 +408,11 @@ std::size_t Importer::importElement(std::size_t index, const Sink& sink)
     }
     // Non-graphic elements (the design header, colour tables, application
     // data) and elements on level 0 carry no drawing content.
-    // Cell headers often lie on level 0: their components carry the levels.
+    // Drawing elements on level 0 (cell headers often, every element some
+    // writers make) go to layer 0; other types there are seed data.
     if (!hasDisplayHeader(header.type) || header.type == ElementType::GroupData
         || header.type == ElementType::ApplicationElement || header.level > MaxLevel
-        || (header.level < MinLevel && header.type != ElementType::CellHeader))
+        || (header.level < MinLevel && !hasRecord(header.type)))
         return next;
 
     // Elements too short for their record are kept as raw bytes.
@@ -427,7 +475,7 @@ std::size_t Importer::importElement(std::size_t index, const Sink& sink)
         break;
     case ElementType::RasterHeader:
         skip(element, "raster image");
-        while (next < m_design.elements.size() && m_design.elements[next].type() == ElementType::RasterData) ++next;
+        while (next < m_design.size() && m_design.type(next) == ElementType::RasterData) ++next;
         break;
     default:
         skip(element, "not translatable");
@@ -589,27 +637,29 @@ void Importer::importText(const Element& element, const Sink& sink)
 
 void Importer::importTextNode(std::size_t index, std::size_t end, const Sink& sink)
 {
-    const Element& element = m_design.elements[index];
+    const Element element = m_design.at(index);
     const auto* node = element.as<TextNode>();
     if (!node) return;
     if (m_state.explodeTextNodes == 1) {
         for (std::size_t i = index + 1; i < end; ++i) {
-            if (m_design.elements[i].header.deleted) continue;
+            const Element component = m_design.at(i);
+            if (component.header.deleted) continue;
             ++m_report.itemsRead;
-            if (m_design.elements[i].as<Text>())
-                importText(m_design.elements[i], sink);
+            if (component.as<Text>())
+                importText(component, sink);
             else
-                skip(m_design.elements[i], "not a text in a text node");
+                skip(component, "not a text in a text node");
         }
         return;
     }
     std::wstring contents;
-    const Header* first = nullptr;
+    std::optional<Header> first;
     for (std::size_t i = index + 1; i < end; ++i) {
-        const auto* text = m_design.elements[i].as<Text>();
-        if (!text || m_design.elements[i].header.deleted) continue;
+        const Element component = m_design.at(i);
+        const auto* text = component.as<Text>();
+        if (!text || component.header.deleted) continue;
         ++m_report.itemsRead;
-        if (!first) first = &m_design.elements[i].header;
+        if (!first) first = component.header;
         if (!contents.empty()) contents += L"\\P";
         contents += mtextEscaped(textOf(text->text));
     }
@@ -636,7 +686,7 @@ void Importer::importTextNode(std::size_t index, std::size_t end, const Sink& si
 
 void Importer::importCell(std::size_t index, std::size_t end, const Sink& sink)
 {
-    const Element& element = m_design.elements[index];
+    const Element element = m_design.at(index);
     const auto* cell = element.as<CellHeader>();
     if (!cell) return;
     // The components are drawn where the design draws them; the block's
@@ -710,20 +760,26 @@ bool Importer::appendOutline(const Element& element, const Sink& sink, Outline& 
 
 void Importer::importComplex(std::size_t index, std::size_t end, const Sink& sink)
 {
-    const Element& element = m_design.elements[index];
+    const Element element = m_design.at(index);
     const bool closed = element.type() == ElementType::ComplexShapeHeader;
+    std::vector<Element> components;
+    for (std::size_t i = index + 1; i < end; ++i)
+        if (Element component = m_design.at(i); !component.header.deleted) components.push_back(std::move(component));
+    if (components.empty()) {
+        skip(element, "complex element without components");
+        return;
+    }
     Outline outline;
     bool single = true;
-    for (std::size_t i = index + 1; i < end && single; ++i)
-        if (!m_design.elements[i].header.deleted) single = appendOutline(m_design.elements[i], sink, outline);
+    for (std::size_t i = 0; i < components.size() && single; ++i) single = appendOutline(components[i], sink, outline);
     if (single && outline.vertices.size() >= 2) {
-        for (std::size_t i = index + 1; i < end; ++i) m_report.itemsRead += !m_design.elements[i].header.deleted;
+        m_report.itemsRead += components.size();
         if (closed && outline.vertices.size() > 2
             && samePoint(outline.vertices.front().point, outline.vertices.back().point, 0.0))
             outline.vertices.pop_back();
         // The components carry the symbology; the header's level and the
         // fill linkage are the complex element's.
-        Header header = m_design.elements[index + 1].header;
+        Header header = components[0].header;
         header.level = element.header.level;
         header.attributes = element.header.attributes;
         addOutline(outline, closed, header, sink);
@@ -734,9 +790,8 @@ void Importer::importComplex(std::size_t index, std::size_t end, const Sink& sin
     // before, even where only their plan positions agree.
     std::vector<KoGePoint3d> points;
     bool straight = true;
-    for (std::size_t i = index + 1; i < end && straight; ++i) {
-        const Element& component = m_design.elements[i];
-        if (component.header.deleted) continue;
+    for (const Element& component : components) {
+        if (!straight) break;
         std::vector<IntPoint> stored;
         if (const auto* line = component.as<Line>())
             stored = {line->start, line->end};
@@ -750,13 +805,13 @@ void Importer::importComplex(std::size_t index, std::size_t end, const Sink& sin
         }
     }
     if (straight && points.size() >= 2) {
-        for (std::size_t i = index + 1; i < end; ++i) m_report.itemsRead += !m_design.elements[i].header.deleted;
+        m_report.itemsRead += components.size();
         if (closed && points.size() > 2 && points.front().x == points.back().x && points.front().y == points.back().y)
             points.pop_back();
         auto* polyline = new KoDb3dPolyline;
         polyline->setVertices(std::move(points));
         polyline->setClosed(closed);
-        Header header = m_design.elements[index + 1].header;
+        Header header = components[0].header;
         header.level = element.header.level;
         add(polyline, header, sink);
         if (closed && fillColour(element.header)) skip(element, "fill of a shape that is not flat");
@@ -769,17 +824,15 @@ void Importer::importComplex(std::size_t index, std::size_t end, const Sink& sin
 
 std::size_t Importer::importBSpline(std::size_t index, const Sink& sink)
 {
-    const Element& element = m_design.elements[index];
+    const Element element = m_design.at(index);
     const auto* curve = element.as<BSplineCurveHeader>();
     std::size_t next = index + 1;
-    const Element* poles = nullptr;
-    const Element* knots = nullptr;
-    const Element* weights = nullptr;
-    for (; next < m_design.elements.size(); ++next) {
-        const Element& e = m_design.elements[next];
-        if (e.type() == ElementType::BSplinePole && !poles) poles = &e;
-        else if (e.type() == ElementType::BSplineKnot && !knots) knots = &e;
-        else if (e.type() == ElementType::BSplineWeight && !weights) weights = &e;
+    std::optional<Element> poles, knots, weights;
+    for (; next < m_design.size(); ++next) {
+        const ElementType type = m_design.type(next);
+        if (type == ElementType::BSplinePole && !poles) poles = m_design.at(next);
+        else if (type == ElementType::BSplineKnot && !knots) knots = m_design.at(next);
+        else if (type == ElementType::BSplineWeight && !weights) weights = m_design.at(next);
         else break;
     }
     const auto* poleList = poles ? poles->as<Vertices>() : nullptr;
@@ -868,7 +921,7 @@ struct Replacement {
 
 // Converts the reference files a design attaches: each into a block named
 // after it, placed where the attachment places it. False when cancelled.
-bool importReferences(const Importer& master, const Design& masterDesign, const fs::path& masterFile,
+bool importReferences(const Importer& master, const StoredDesign& masterDesign, const fs::path& masterFile,
                       const DgnImportState& state, KoDbDatabase* database, KxDgnExportInternalService* service,
                       const ImportTarget& target, KoDbObjectId spaceId, DgnTranslationReport& report,
                       std::vector<KoDbObjectId>& created, std::vector<Replacement>& replacements)
@@ -880,7 +933,7 @@ bool importReferences(const Importer& master, const Design& masterDesign, const 
             report.referencesNotFound.push_back(KoString::fromUtf8(attachment.fileSpec));
             continue;
         }
-        auto design = readDesignFile(file);
+        auto design = StoredDesign::read(file);
         if (!design) {
             report.notes.push_back(KoString::fromUtf8(file.string() + ": " + design.error().describe()));
             continue;
@@ -1026,17 +1079,12 @@ int importDesign(const DgnImportState& state, KoDbDatabase* database, KxDgnExpor
     report.direction = DgnTranslationReport::Direction::Import;
     const fs::path file(state.file.toUtf8());
     // The whole design is read and decoded before the drawing is touched.
-    auto bytes = readFileBytes(file);
-    if (!bytes) {
-        if (bytes.error().code == ReadError::Code::UnsupportedV8)
+    auto design = StoredDesign::read(file);
+    if (!design) {
+        if (design.error().code == ReadError::Code::UnsupportedV8)
             report.notes.push_back(state.file + L": a V8 design, which cannot be imported yet.");
         else
-            report.notes.push_back(KoString::fromUtf8(bytes.error().describe()));
-        return KORTERROR;
-    }
-    auto design = readDesign(std::move(*bytes));
-    if (!design) {
-        report.notes.push_back(state.file + KoString::fromUtf8(": " + design.error().describe()));
+            report.notes.push_back(state.file + KoString::fromUtf8(": " + design.error().describe()));
         return KORTERROR;
     }
 
