@@ -677,8 +677,10 @@ void Importer::importTextNode(std::size_t index, std::size_t end, const Sink& si
     const int code = std::clamp(int{node->justification}, 0, 14);
     const int horizontal = code / 3 <= 1 ? 0 : code / 3 == 2 ? 1 : 2;
     mtext->setAttachment(static_cast<KoDbMText::AttachmentPoint>((code % 3) * 3 + horizontal + 1));
+    // The node's spacing is the gap between lines; a factor of 1 puts lines
+    // 5/3 of the text height apart.
     if (node->lineSpacing > 0 && height > 0.0)
-        mtext->setLineSpacingFactor(std::clamp(length(node->lineSpacing) / height / (5.0 / 3.0) + 0.6, 0.25, 4.0));
+        mtext->setLineSpacingFactor(std::clamp((height + length(node->lineSpacing)) / (height * 5.0 / 3.0), 0.25, 4.0));
     // The node itself has a level and symbology; its texts may differ, the
     // first one speaks for the whole.
     add(mtext, *first, sink);

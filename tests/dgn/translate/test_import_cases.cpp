@@ -480,3 +480,54 @@ TEST(DgnImportCases, ReferenceAttachmentsBecomeBlocks)
     }
     expectAuditClean(db, folder / "replaced.dxf");
 }
+
+TEST(DgnImportCases, ComplexChainsBecomeOnePolylineWithArcsAsBulges)
+{
+    const fs::path folder = scratch("import-chain");
+    Arc arc;
+    arc.primaryAxis = arc.secondaryAxis = 500;
+    arc.origin = {1000, 500, 0};
+    arc.startAngle = angleFromDegrees(-90);
+    arc.sweepAngle = angleFromDegrees(180);
+    const std::vector<Element> components = {line(1, {0, 0, 0}, {1000, 0, 0}), element(ElementType::Arc, 1, arc),
+                                             line(1, {1000, 1000, 0}, {0, 1000, 0})};
+    // The same outline as a chain, and as a filled shape (fill linkage
+    // 0x0041 with colour 4) closed by a last line.
+    Element shape = element(ElementType::ComplexShapeHeader, 1, ComplexHeader{});
+    shape.header.attributes = {std::byte{0x07}, std::byte{0x10}, std::byte{0x41}, std::byte{0x00}, std::byte{0x01},
+                               std::byte{0x00}, std::byte{0x00}, std::byte{0x00}, std::byte{0x04}, std::byte{0x00},
+                               std::byte{0x00}, std::byte{0x00}, std::byte{0x00}, std::byte{0x00}, std::byte{0x00},
+                               std::byte{0x00}};
+    std::vector<Element> closed = components;
+    closed.push_back(line(1, {0, 1000, 0}, {0, 0, 0}));
+    Writer w = Writer::create(false, kUnits);
+    ASSERT_TRUE(w.appendComplex(element(ElementType::ComplexChainHeader, 1, ComplexHeader{}), components));
+    ASSERT_TRUE(w.appendComplex(shape, closed));
+    const fs::path file = save(w, folder / "chain.dgn");
+
+    KoDbDatabase db;
+    DgnTranslationReport report;
+    ASSERT_EQ(importFile(file, db, report), KORTNORM);
+    const auto polylines = ofKind<KoDbPolyline>(db.modelSpaceId());
+    ASSERT_EQ(polylines.size(), 2u);
+    for (std::size_t i = 0; i < 2; ++i) {
+        KoDbObjectPointer<KoDbPolyline> p(polylines[i]);
+        EXPECT_EQ(p->isClosed(), i == 1);
+        ASSERT_EQ(p->numVerts(), 4);
+        const auto& v = p->vertices();
+        EXPECT_TRUE(near(v[1].point.x, 0.1) && near(v[1].point.y, 0.0));
+        EXPECT_TRUE(near(v[1].bulge, 1.0)); // a half circle, counter-clockwise
+        EXPECT_EQ(v[0].bulge, 0.0);
+        EXPECT_TRUE(near(v[3].point.x, 0.0) && near(v[3].point.y, 0.1));
+    }
+    const auto fills = ofKind<KoDbHatch>(db.modelSpaceId());
+    ASSERT_EQ(fills.size(), 1u);
+    KoDbObjectPointer<KoDbHatch> fill(fills[0]);
+    ASSERT_EQ(fill->numLoops(), 1);
+    EXPECT_EQ(fill->loops()[0].vertices.size(), 4u);
+    ASSERT_EQ(fill->loops()[0].bulges.size(), 4u);
+    EXPECT_TRUE(near(fill->loops()[0].bulges[1], 1.0));
+    EXPECT_EQ(fill->colorIndex(), 2); // default colour 4 is yellow
+    fill.close();
+    expectAuditClean(db, folder / "chain.dxf");
+}
