@@ -140,6 +140,45 @@ bool samePoint(const KoGePoint2d& a, const KoGePoint2d& b, double tolerance)
     return std::abs(a.x - b.x) <= tolerance && std::abs(a.y - b.y) <= tolerance;
 }
 
+// The live record of that name in a symbol table (null when none).
+KoDbObjectId recordNamed(KoDbObjectId tableId, const KoString& name)
+{
+    KoDbObjectId id;
+    KoDbSymbolTable* table = nullptr;
+    if (kodbOpenObject(table, tableId, KoDb::kForRead) == eOk) {
+        table->getAt(name, id);
+        table->close();
+    }
+    return id;
+}
+
+// Adds a new record to a table and remembers it as made by the import; the
+// null id when the table refuses it.
+KoDbObjectId addRecord(KoDbObjectId tableId, KoDbSymbolTableRecord* record, std::vector<KoDbObjectId>& created)
+{
+    KoDbObjectId id;
+    KoDbSymbolTable* table = nullptr;
+    if (kodbOpenObject(table, tableId, KoDb::kForWrite) == eOk && table->add(id, record) == eOk) {
+        record->close();
+        created.push_back(id);
+    } else {
+        delete record;
+        id = KoDbObjectId();
+    }
+    if (table) table->close();
+    return id;
+}
+
+// A new block named `base` or, when that is taken, the first free "base_2", ...
+KoDbObjectId addBlock(KoDbDatabase* database, const KoString& base, std::vector<KoDbObjectId>& created,
+                      const KoString& path = {})
+{
+    auto* record = new KoDbBlockTableRecord;
+    record->setName(uniqueBlockName(database, base));
+    record->setPathName(path);
+    return addRecord(database->blockTableId(), record, created);
+}
+
 // Types whose elements the codec decodes into a record of their own.
 bool hasRecord(ElementType type)
 {
@@ -212,7 +251,6 @@ private:
     KoString prefixed(const KoString& name) const { return m_target.namePrefix + name; }
     KoDbObjectId layer(int level);
     KoDbObjectId linetype(int style);
-    KoDbObjectId newBlock(const KoString& name, const KoGePoint3d& origin);
 
     const StoredDesign& m_design;
     fs::path m_file;
@@ -265,21 +303,12 @@ KoDbObjectId Importer::layer(int level)
     const KoString name =
         prefixed(mapped == m_state.tables.levels.end() || mapped->second.trimmed().isEmpty() ? dgnName
                                                                                               : mapped->second.trimmed());
-    KoDbLayerTable* table = nullptr;
-    KoDbObjectId id;
-    if (m_db->getLayerTable(table, KoDb::kForWrite) == eOk) {
-        if (table->getAt(name, id) != eOk) {
-            auto* record = new KoDbLayerTableRecord;
-            record->setName(name);
-            if (table->add(id, record) == eOk) {
-                record->close();
-                m_created.push_back(id);
-            } else {
-                delete record;
-                id = m_db->layerZero();
-            }
-        }
-        table->close();
+    KoDbObjectId id = recordNamed(m_db->layerTableId(), name);
+    if (id.isNull()) {
+        auto* record = new KoDbLayerTableRecord;
+        record->setName(name);
+        id = addRecord(m_db->layerTableId(), record, m_created);
+        if (id.isNull()) id = m_db->layerZero();
     }
     m_layers.emplace(level, id);
     return id;
@@ -290,65 +319,25 @@ KoDbObjectId Importer::linetype(int style)
     if (const auto found = m_linetypes.find(style); found != m_linetypes.end()) return found->second;
     const KoString dgnName = KoString::fromUtf8(lineStyleName(style));
     const auto mapped = m_state.tables.lineStyles.find(dgnName);
-    KoDbObjectId id;
-    if (mapped != m_state.tables.lineStyles.end() && !mapped->second.trimmed().isEmpty()) {
-        id = KoDbObjectId();
-        KoDbLinetypeTable* table = nullptr;
-        if (m_db->getLinetypeTable(table, KoDb::kForRead) == eOk) {
-            table->getAt(mapped->second.trimmed(), id);
-            table->close();
-        }
-        if (id.isNull()) {
-            // A target the drawing does not have yet is made with the
-            // style's pattern under the target's name.
-            const std::vector<KoDbLinetypeDash> dashes = lineStyleDashes(style);
-            if (dashes.empty()) id = m_db->continuousLinetype();
-        }
-    } else if (style == 0) {
-        id = m_db->continuousLinetype();
-    }
+    const bool isMapped = mapped != m_state.tables.lineStyles.end() && !mapped->second.trimmed().isEmpty();
+    // A mapped target is the drawing's linetype of that name; one the
+    // drawing does not have yet is made with the style's pattern under the
+    // target's name.
+    KoDbObjectId id = isMapped ? recordNamed(m_db->linetypeTableId(), mapped->second.trimmed()) : KoDbObjectId();
+    if (id.isNull() && lineStyleDashes(style).empty()) id = m_db->continuousLinetype();
     if (id.isNull()) {
-        const KoString name = prefixed(mapped != m_state.tables.lineStyles.end() && !mapped->second.trimmed().isEmpty()
-                                           ? mapped->second.trimmed()
-                                           : dgnName);
-        KoDbLinetypeTable* table = nullptr;
-        if (m_db->getLinetypeTable(table, KoDb::kForWrite) == eOk) {
-            if (table->getAt(name, id) != eOk) {
-                auto* record = new KoDbLinetypeTableRecord;
-                record->setName(name);
-                record->setComments(dgnName);
-                record->setDashes(lineStyleDashes(style));
-                if (table->add(id, record) == eOk) {
-                    record->close();
-                    m_created.push_back(id);
-                } else {
-                    delete record;
-                    id = m_db->continuousLinetype();
-                }
-            }
-            table->close();
+        const KoString name = prefixed(isMapped ? mapped->second.trimmed() : dgnName);
+        id = recordNamed(m_db->linetypeTableId(), name);
+        if (id.isNull()) {
+            auto* record = new KoDbLinetypeTableRecord;
+            record->setName(name);
+            record->setComments(dgnName);
+            record->setDashes(lineStyleDashes(style));
+            id = addRecord(m_db->linetypeTableId(), record, m_created);
+            if (id.isNull()) id = m_db->continuousLinetype();
         }
     }
     m_linetypes.emplace(style, id);
-    return id;
-}
-
-KoDbObjectId Importer::newBlock(const KoString& name, const KoGePoint3d& origin)
-{
-    KoDbObjectId id;
-    const KoString unique = uniqueBlockName(m_db, prefixed(name));
-    KoDbBlockTable* table = nullptr;
-    if (m_db->getBlockTable(table, KoDb::kForWrite) != eOk) return id;
-    auto* record = new KoDbBlockTableRecord;
-    record->setName(unique);
-    record->setOrigin(origin);
-    if (table->add(id, record) == eOk) {
-        record->close();
-        m_created.push_back(id);
-    } else {
-        delete record;
-    }
-    table->close();
     return id;
 }
 
@@ -696,7 +685,7 @@ void Importer::importCell(std::size_t index, std::size_t end, const Sink& sink)
     const KoGePoint3d origin = point(cell->origin, Sink{nullptr, {}});
     std::string name = radix50Name(cell->name);
     if (name.empty()) name = "CELL";
-    const KoDbObjectId blockId = newBlock(latin1(name), {});
+    const KoDbObjectId blockId = addBlock(m_db, prefixed(latin1(name)), m_created);
     KoDbBlockTableRecord* block = nullptr;
     if (blockId.isNull() || kodbOpenObject(block, blockId, KoDb::kForWrite) != eOk) {
         skip(element, "cell whose block could not be made");
@@ -905,17 +894,6 @@ fs::path findReference(const fs::path& master, const std::string& spec)
     return {};
 }
 
-KoDbObjectId blockNamed(KoDbDatabase* database, const KoString& name)
-{
-    KoDbObjectId id;
-    KoDbBlockTable* table = nullptr;
-    if (database->getBlockTable(table, KoDb::kForRead) == eOk) {
-        table->getAt(name, id);
-        table->close();
-    }
-    return id;
-}
-
 struct Replacement {
     KoDbObjectId old;
     KoDbObjectId fresh;
@@ -941,7 +919,7 @@ bool importReferences(const Importer& master, const StoredDesign& masterDesign, 
             continue;
         }
         const KoString name = target.namePrefix + KoString::fromUtf8(file.stem().string());
-        const KoDbObjectId existing = blockNamed(database, name);
+        const KoDbObjectId existing = recordNamed(database->blockTableId(), name);
         KoDbObjectId blockId;
         if (!existing.isNull()) {
             int operation = replaceAll ? kDgnExistingOverwrite : state.existingXRefOperation;
@@ -961,20 +939,7 @@ bool importReferences(const Importer& master, const StoredDesign& masterDesign, 
         Importer reference(*design, file, referenceState, database, service, target, report, created);
         const Units& units = design->info.units;
         if (blockId.isNull()) {
-            const KoString unique = uniqueBlockName(database, name);
-            KoDbBlockTable* table = nullptr;
-            if (database->getBlockTable(table, KoDb::kForWrite) == eOk) {
-                auto* record = new KoDbBlockTableRecord;
-                record->setName(unique);
-                record->setPathName(KoString::fromUtf8(file.string()));
-                if (table->add(blockId, record) == eOk) {
-                    record->close();
-                    created.push_back(blockId);
-                } else {
-                    delete record;
-                }
-                table->close();
-            }
+            blockId = addBlock(database, name, created, KoString::fromUtf8(file.string()));
             KoDbBlockTableRecord* block = nullptr;
             if (blockId.isNull() || kodbOpenObject(block, blockId, KoDb::kForWrite) != eOk) {
                 report.notes.push_back(name + L": the reference's block could not be made.");
@@ -1096,20 +1061,8 @@ int importDesign(const DgnImportState& state, KoDbDatabase* database, KxDgnExpor
     KoDbObjectId spaceId = database->modelSpaceId();
     const bool ownBlock = !target.blockName.isEmpty() || state.targetMode == 2;
     if (ownBlock) {
-        const KoString unique = uniqueBlockName(
-            database, !target.blockName.isEmpty() ? target.blockName : KoString::fromUtf8(file.stem().string()));
-        KoDbBlockTable* table = nullptr;
-        if (database->getBlockTable(table, KoDb::kForWrite) == eOk) {
-            auto* record = new KoDbBlockTableRecord;
-            record->setName(unique);
-            if (table->add(designBlock, record) == eOk) {
-                record->close();
-                created.push_back(designBlock);
-            } else {
-                delete record;
-            }
-            table->close();
-        }
+        designBlock = addBlock(
+            database, !target.blockName.isEmpty() ? target.blockName : KoString::fromUtf8(file.stem().string()), created);
         spaceId = designBlock;
     }
     KoDbBlockTableRecord* space = nullptr;
