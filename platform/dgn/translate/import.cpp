@@ -179,6 +179,29 @@ KoDbObjectId addBlock(KoDbDatabase* database, const KoString& base, std::vector<
     return addRecord(database->blockTableId(), record, created);
 }
 
+// The turn about Z and the uniform scale of a cell's transformation, when it
+// is one. The matrix maps the cell's axes to the design's, its lowest bit
+// worth 10000 / 2^31; some writers leave it all zero, which is taken as no
+// transformation.
+void cellFrame(const CellHeader& cell, bool is3d, double& rotation, double& scale)
+{
+    constexpr double unit = 2147483648.0 / 10000.0;
+    const auto& t = cell.transform;
+    const auto at = [&](int row, int column) { return t[static_cast<std::size_t>(row * (is3d ? 3 : 2) + column)] / unit; };
+    const double a = at(0, 0), b = at(0, 1), c = at(1, 0), d = at(1, 1);
+    const double s = std::hypot(a, c);
+    if (s <= 1e-9) return;
+    const double tolerance = 1e-6 * s;
+    bool similar = std::abs(a - d) <= tolerance && std::abs(b + c) <= tolerance;
+    if (is3d)
+        similar = similar && std::abs(at(0, 2)) <= tolerance && std::abs(at(1, 2)) <= tolerance
+            && std::abs(at(2, 0)) <= tolerance && std::abs(at(2, 1)) <= tolerance && std::abs(at(2, 2) - s) <= tolerance;
+    if (!similar) return;
+    rotation = std::atan2(c, a);
+    // The encoding cannot hold 1 exactly (214748 stands for 0.9999983).
+    scale = std::abs(s - 1.0) < 1e-5 ? 1.0 : s;
+}
+
 // Types whose elements the codec decodes into a record of their own.
 bool hasRecord(ElementType type)
 {
@@ -221,11 +244,26 @@ public:
     const std::vector<ReferenceAttachment>& attachments() const { return m_attachments; }
 
 private:
-    // Where entities go: a block open for write and the point of the
-    // design that becomes the block's origin.
+    // Where entities go: a block open for write, and the frame of the
+    // block in the design's drawing units: the point that becomes its
+    // origin, and the turn about Z and the scale of its axes.
     struct Sink {
         KoDbBlockTableRecord* block = nullptr;
         KoGePoint3d base;
+        double rotation = 0.0;
+        double scale = 1.0;
+
+        KoGeVector3d turned(const KoGeVector3d& v) const
+        {
+            if (rotation == 0.0) return v;
+            const double c = std::cos(rotation), s = std::sin(rotation);
+            return {v.x * c + v.y * s, -v.x * s + v.y * c, v.z};
+        }
+        KoGePoint3d local(const KoGePoint3d& p) const
+        {
+            const KoGeVector3d v = turned(p - base) * (1.0 / scale);
+            return {v.x, v.y, v.z};
+        }
     };
 
     std::size_t importElement(std::size_t index, const Sink& sink);
@@ -244,9 +282,12 @@ private:
 
     KoGePoint3d point(const IntPoint& p, const Sink& sink) const;
     KoGePoint3d point(const DoublePoint& p, const Sink& sink) const;
-    double length(double uor) const { return m_design.info.units.lengthToMaster(uor) * m_scale; }
+    double length(double uor, const Sink& sink) const
+    {
+        return m_design.info.units.lengthToMaster(uor) * m_scale / sink.scale;
+    }
     // The columns of an element's orientation: where its x, y and z axes go.
-    std::array<KoGeVector3d, 3> axes(const Orientation& orientation) const;
+    std::array<KoGeVector3d, 3> axes(const Orientation& orientation, const Sink& sink) const;
 
     KoString prefixed(const KoString& name) const { return m_target.namePrefix + name; }
     KoDbObjectId layer(int level);
@@ -271,27 +312,25 @@ private:
 KoGePoint3d Importer::point(const IntPoint& p, const Sink& sink) const
 {
     const DoublePoint m = m_design.info.units.toMaster(p);
-    return {m.x * m_scale - sink.base.x, m.y * m_scale - sink.base.y,
-            m_design.info.is3d ? m.z * m_scale - sink.base.z : 0.0};
+    return sink.local({m.x * m_scale, m.y * m_scale, m_design.info.is3d ? m.z * m_scale : 0.0});
 }
 
 KoGePoint3d Importer::point(const DoublePoint& p, const Sink& sink) const
 {
     const DoublePoint m = m_design.info.units.toMaster(p);
-    return {m.x * m_scale - sink.base.x, m.y * m_scale - sink.base.y,
-            m_design.info.is3d ? m.z * m_scale - sink.base.z : 0.0};
+    return sink.local({m.x * m_scale, m.y * m_scale, m_design.info.is3d ? m.z * m_scale : 0.0});
 }
 
-std::array<KoGeVector3d, 3> Importer::axes(const Orientation& orientation) const
+std::array<KoGeVector3d, 3> Importer::axes(const Orientation& orientation, const Sink& sink) const
 {
     if (!m_design.info.is3d) {
-        const double a = angleDegrees(orientation.angle) * kDegree;
+        const double a = angleDegrees(orientation.angle) * kDegree - sink.rotation;
         return {KoGeVector3d(std::cos(a), std::sin(a), 0.0), KoGeVector3d(-std::sin(a), std::cos(a), 0.0),
                 KoGeVector3d::kZAxis()};
     }
     const auto m = quaternionMatrix(orientation.quaternion);
-    return {KoGeVector3d(m[0][0], m[1][0], m[2][0]), KoGeVector3d(m[0][1], m[1][1], m[2][1]),
-            KoGeVector3d(m[0][2], m[1][2], m[2][2])};
+    return {sink.turned({m[0][0], m[1][0], m[2][0]}), sink.turned({m[0][1], m[1][1], m[2][1]}),
+            sink.turned({m[0][2], m[1][2], m[2][2]})};
 }
 
 KoDbObjectId Importer::layer(int level)
@@ -544,13 +583,13 @@ void Importer::importArc(const Element& element, const Sink& sink)
     } else {
         return;
     }
-    primary = length(primary);
-    secondary = length(secondary);
+    primary = length(primary, sink);
+    secondary = length(secondary, sink);
     if (primary <= 0.0 || secondary <= 0.0) {
         skip(element, "arc or ellipse without size");
         return;
     }
-    const auto [xAxis, yAxis, zAxis] = axes(*orientation);
+    const auto [xAxis, yAxis, zAxis] = axes(*orientation, sink);
     const KoGePoint3d centre = point(*origin, sink);
     const bool full = std::abs(sweep) >= 360.0;
     // Sweeps go counter-clockwise in the arc's plane.
@@ -590,9 +629,9 @@ void Importer::importText(const Element& element, const Sink& sink)
 {
     const auto* text = element.as<Text>();
     if (!text) return;
-    const double height = length(textSizeUor(text->heightMultiplier));
-    const double width = length(textSizeUor(text->lengthMultiplier));
-    const auto [xAxis, yAxis, zAxis] = axes(text->orientation);
+    const double height = length(textSizeUor(text->heightMultiplier), sink);
+    const double width = length(textSizeUor(text->lengthMultiplier), sink);
+    const auto [xAxis, yAxis, zAxis] = axes(text->orientation, sink);
     const double rotation = std::atan2(xAxis.y, xAxis.x);
     auto* entity = new KoDbText;
     const KoGePoint3d origin = point(text->origin, sink);
@@ -656,11 +695,11 @@ void Importer::importTextNode(std::size_t index, std::size_t end, const Sink& si
         skip(element, "empty text node");
         return;
     }
-    const auto [xAxis, yAxis, zAxis] = axes(node->orientation);
+    const auto [xAxis, yAxis, zAxis] = axes(node->orientation, sink);
     auto* mtext = new KoDbMText;
     mtext->setLocation(point(node->origin, sink));
     mtext->setContents(KoString(std::move(contents)));
-    const double height = length(textSizeUor(node->heightMultiplier));
+    const double height = length(textSizeUor(node->heightMultiplier), sink);
     mtext->setTextHeight(height > 0.0 ? height : 1.0);
     mtext->setDirection(xAxis);
     const int code = std::clamp(int{node->justification}, 0, 14);
@@ -669,7 +708,7 @@ void Importer::importTextNode(std::size_t index, std::size_t end, const Sink& si
     // The node's spacing is the gap between lines; a factor of 1 puts lines
     // 5/3 of the text height apart.
     if (node->lineSpacing > 0 && height > 0.0)
-        mtext->setLineSpacingFactor(std::clamp((height + length(node->lineSpacing)) / (height * 5.0 / 3.0), 0.25, 4.0));
+        mtext->setLineSpacingFactor(std::clamp((height + length(node->lineSpacing, sink)) / (height * 5.0 / 3.0), 0.25, 4.0));
     // The node itself has a level and symbology; its texts may differ, the
     // first one speaks for the whole.
     add(mtext, *first, sink);
@@ -680,9 +719,12 @@ void Importer::importCell(std::size_t index, std::size_t end, const Sink& sink)
     const Element element = m_design.at(index);
     const auto* cell = element.as<CellHeader>();
     if (!cell) return;
-    // The components are drawn where the design draws them; the block's
-    // origin is the cell's origin, and the reference places it there.
-    const KoGePoint3d origin = point(cell->origin, Sink{nullptr, {}});
+    // The block holds the components in the cell's own frame when its
+    // transformation is a turn about Z and a uniform scale, and as the
+    // design draws them otherwise; the reference places them back.
+    const KoGePoint3d origin = point(cell->origin, Sink{});
+    double rotation = 0.0, scale = 1.0;
+    cellFrame(*cell, m_design.info.is3d, rotation, scale);
     std::string name = radix50Name(cell->name);
     if (name.empty()) name = "CELL";
     const KoDbObjectId blockId = addBlock(m_db, prefixed(latin1(name)), m_created);
@@ -691,11 +733,13 @@ void Importer::importCell(std::size_t index, std::size_t end, const Sink& sink)
         skip(element, "cell whose block could not be made");
         return;
     }
-    const Sink inner{block, origin};
+    const Sink inner{block, origin, rotation, scale};
     for (std::size_t i = index + 1; i < end;) i = importElement(i, inner);
     block->close();
-    auto* reference = new KoDbBlockReference(
-        {origin.x - sink.base.x, origin.y - sink.base.y, origin.z - sink.base.z}, blockId);
+    auto* reference = new KoDbBlockReference(sink.local(origin), blockId);
+    const double relative = scale / sink.scale;
+    reference->setScaleFactors({relative, relative, relative});
+    reference->setRotation(rotation - sink.rotation);
     Header header = element.header;
     // What the reference shows with comes from the components.
     add(reference, header, sink);
@@ -703,7 +747,7 @@ void Importer::importCell(std::size_t index, std::size_t end, const Sink& sink)
 
 bool Importer::appendOutline(const Element& element, const Sink& sink, Outline& outline) const
 {
-    const double tolerance = 1e-9 * std::max(1.0, length(1.0) * 1000.0);
+    const double tolerance = 1e-9 * std::max(1.0, length(1.0, sink) * 1000.0);
     auto append = [&](const KoGePoint3d& p, double bulge) {
         if (outline.vertices.empty()) outline.elevation = p.z;
         if (p.z != outline.elevation) return false;
@@ -724,7 +768,7 @@ bool Importer::appendOutline(const Element& element, const Sink& sink, Outline& 
     if (const auto* arc = element.as<Arc>()) {
         if (std::abs(arc->primaryAxis - arc->secondaryAxis) > 1e-12 * std::abs(arc->primaryAxis) || arc->sweepAngle == 0)
             return false;
-        const auto [xAxis, yAxis, zAxis] = axes(arc->orientation);
+        const auto [xAxis, yAxis, zAxis] = axes(arc->orientation, sink);
         const KoGeVector3d normal = xAxis.crossProduct(yAxis).normal();
         double sign = 1.0;
         if (sameDirection(normal, -KoGeVector3d::kZAxis()))
@@ -732,7 +776,7 @@ bool Importer::appendOutline(const Element& element, const Sink& sink, Outline& 
         else if (!sameDirection(normal, KoGeVector3d::kZAxis()))
             return false;
         const KoGePoint3d centre = point(arc->origin, sink);
-        const double r = length(arc->primaryAxis);
+        const double r = length(arc->primaryAxis, sink);
         const double a0 = angleDegrees(arc->startAngle) * kDegree;
         const double sweep = angleDegrees(arc->sweepAngle) * kDegree;
         auto at = [&](double a) { return centre + xAxis * (r * std::cos(a)) + yAxis * (r * std::sin(a)); };

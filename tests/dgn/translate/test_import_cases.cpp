@@ -53,12 +53,15 @@ std::uint32_t radix50(const std::string& name)
     return (words[0] << 16) | words[1];
 }
 
-Element cell(const std::string& name, IntPoint origin)
+// A 2D cell turned by `quarterTurns` times 90 degrees and scaled; the
+// matrix's lowest bit is worth 10000 / 2^31.
+Element cell(const std::string& name, IntPoint origin, int quarterTurns = 0, int scale = 1)
 {
     CellHeader c;
     c.name = radix50(name);
     c.origin = origin;
-    c.transform = {2147483647, 0, 0, 2147483647, 0, 0, 0, 0, 0};
+    const std::int32_t one = 214748 * scale;
+    c.transform = quarterTurns % 2 == 0 ? std::array<std::int32_t, 9>{one, 0, 0, one} : std::array<std::int32_t, 9>{0, -one, one, 0};
     return element(ElementType::CellHeader, 0, c);
 }
 
@@ -530,4 +533,37 @@ TEST(DgnImportCases, ComplexChainsBecomeOnePolylineWithArcsAsBulges)
     EXPECT_EQ(fill->colorIndex(), 2); // default colour 4 is yellow
     fill.close();
     expectAuditClean(db, folder / "chain.dxf");
+}
+
+TEST(DgnImportCases, TurnedAndScaledCellsKeepTheirFrameInTheBlock)
+{
+    const fs::path folder = scratch("import-turned-cell");
+    Writer w = Writer::create(false, kUnits);
+    // A cell turned a quarter and scaled twice: its line runs up from the
+    // origin in the design, along x in the cell's own frame.
+    ASSERT_TRUE(w.appendComplex(cell("TURNED", {1000, 0, 0}, 1, 2), std::vector{line(1, {1000, 0, 0}, {1000, 400, 0})}));
+    const fs::path file = save(w, folder / "turned.dgn");
+    KoDbDatabase db;
+    DgnTranslationReport report;
+    ASSERT_EQ(importFile(file, db, report), KORTNORM);
+    const auto inserts = ofKind<KoDbBlockReference>(db.modelSpaceId());
+    ASSERT_EQ(inserts.size(), 1u);
+    KoDbObjectPointer<KoDbBlockReference> insert(inserts[0]);
+    EXPECT_TRUE(near(insert->rotation(), M_PI / 2));
+    EXPECT_TRUE(near(insert->scaleFactors().sx, 2.0, 1e-5));
+    EXPECT_TRUE(near(insert->position(), DoublePoint{0.1, 0, 0}));
+    const auto lines = ofKind<KoDbLine>(insert->blockTableRecord());
+    ASSERT_EQ(lines.size(), 1u);
+    KoDbObjectPointer<KoDbLine> local(lines[0]);
+    EXPECT_TRUE(near(local->startPoint(), DoublePoint{0, 0, 0}));
+    EXPECT_NEAR(local->endPoint().y, 0.0, 1e-15);
+    // Placed back by the reference, the line ends where the design has it.
+    const double s = insert->scaleFactors().sx, r = insert->rotation();
+    const KoGePoint3d e = local->endPoint();
+    const KoGePoint3d placed{insert->position().x + s * (e.x * std::cos(r) - e.y * std::sin(r)),
+                             insert->position().y + s * (e.x * std::sin(r) + e.y * std::cos(r)), 0};
+    EXPECT_TRUE(near(placed, DoublePoint{0.1, 0.04, 0}));
+    local.close();
+    insert.close();
+    expectAuditClean(db, folder / "turned.dxf");
 }
