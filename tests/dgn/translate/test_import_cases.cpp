@@ -567,3 +567,43 @@ TEST(DgnImportCases, TurnedAndScaledCellsKeepTheirFrameInTheBlock)
     insert.close();
     expectAuditClean(db, folder / "turned.dxf");
 }
+
+TEST(DgnImportCases, CurvesAndBSplinesBecomeSplines)
+{
+    const fs::path folder = scratch("import-splines");
+    Vertices curve;
+    for (int i = 0; i < 7; ++i) curve.points.push_back({i * 100, (i % 2) * 100, 0});
+    BSplineCurveHeader header;
+    header.flags = 2; // order 4
+    header.poleCount = 5;
+    header.knotCount = 1;
+    Vertices poles;
+    for (int i = 0; i < 5; ++i) poles.points.push_back({i * 100, (i % 2) * 200, 0});
+    BSplineValues knots;
+    knots.values = {1073741823}; // one interior knot at 0.5
+    BSplineCurveHeader closed = header;
+    closed.flags |= 0x80;
+    const fs::path file = design(folder / "splines.dgn",
+                                 {element(ElementType::Curve, 1, curve), element(ElementType::BSplineCurveHeader, 1, header),
+                                  element(ElementType::BSplinePole, 1, poles), element(ElementType::BSplineKnot, 1, knots),
+                                  element(ElementType::BSplineCurveHeader, 1, closed),
+                                  element(ElementType::BSplinePole, 1, poles)});
+    KoDbDatabase db;
+    DgnTranslationReport report;
+    ASSERT_EQ(importFile(file, db, report), KORTNORM);
+    const auto splines = ofKind<KoDbSpline>(db.modelSpaceId());
+    ASSERT_EQ(splines.size(), 2u);
+    {
+        // The curve passes through its points but the two at each end.
+        KoDbObjectPointer<KoDbSpline> fitted(splines[0]);
+        ASSERT_EQ(fitted->fitPoints().size(), 3u);
+        EXPECT_TRUE(near(fitted->fitPoints()[0], DoublePoint{0.02, 0, 0}));
+        KoDbObjectPointer<KoDbSpline> nurbs(splines[1]);
+        EXPECT_EQ(nurbs->degree(), 3);
+        ASSERT_EQ(nurbs->controlPoints().size(), 5u);
+        EXPECT_EQ(nurbs->knots(), (std::vector<double>{0, 0, 0, 0, 1073741823 / 2147483647.0, 1, 1, 1, 1}));
+    }
+    ASSERT_EQ(report.skipped.size(), 1u);
+    EXPECT_EQ(report.skipped[0].reason, "closed B-spline curve");
+    expectAuditClean(db, folder / "splines.dxf");
+}
