@@ -227,11 +227,9 @@ bool hasRecord(ElementType type)
 
 class Importer {
 public:
-    Importer(const StoredDesign& design, const fs::path& file, const DgnImportState& state, KoDbDatabase* database,
-             KxDgnExportInternalService* service, const ImportTarget& target, DgnTranslationReport& report,
-             std::vector<KoDbObjectId>& created)
-        : m_design(design), m_file(file), m_state(state), m_db(database), m_service(service), m_target(target),
-          m_report(report), m_created(created)
+    Importer(const StoredDesign& design, const DgnImportState& state, KoDbDatabase* database,
+             const ImportTarget& target, DgnTranslationReport& report, std::vector<KoDbObjectId>& created)
+        : m_design(design), m_state(state), m_db(database), m_target(target), m_report(report), m_created(created)
     {
         const Units& units = design.info.units;
         m_scale = state.masterUnits == 0 ? std::max(1, units.subPerMaster) : 1.0;
@@ -294,10 +292,8 @@ private:
     KoDbObjectId linetype(int style);
 
     const StoredDesign& m_design;
-    fs::path m_file;
     const DgnImportState& m_state;
     KoDbDatabase* m_db;
-    KxDgnExportInternalService* m_service;
     const ImportTarget& m_target;
     DgnTranslationReport& m_report;
     std::vector<KoDbObjectId>& m_created;
@@ -980,7 +976,7 @@ bool importReferences(const Importer& master, const StoredDesign& masterDesign, 
         referenceState.file = KoString::fromUtf8(file.string());
         referenceState.translationMode = 0;
         referenceState.progress = nullptr;
-        Importer reference(*design, file, referenceState, database, service, target, report, created);
+        Importer reference(*design, referenceState, database, target, report, created);
         const Units& units = design->info.units;
         if (blockId.isNull()) {
             blockId = addBlock(database, name, created, KoString::fromUtf8(file.string()));
@@ -1100,7 +1096,7 @@ int importDesign(const DgnImportState& state, KoDbDatabase* database, KxDgnExpor
     }
 
     std::vector<KoDbObjectId> created;
-    Importer importer(*design, file, state, database, service, target, report, created);
+    Importer importer(*design, state, database, target, report, created);
     KoDbObjectId designBlock;
     KoDbObjectId spaceId = database->modelSpaceId();
     const bool ownBlock = !target.blockName.isEmpty() || state.targetMode == 2;
