@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <functional>
@@ -25,8 +26,10 @@ namespace {
 
 constexpr double kPi = std::numbers::pi;
 constexpr double kDegree = kPi / 180.0;
-// Elements between two progress reports.
+// Progress is reported every so many elements, and then only when this
+// long has passed since the last report.
 constexpr std::size_t kProgressStep = 4096;
+constexpr std::chrono::milliseconds kProgressInterval{250};
 
 KoString latin1(const std::string& bytes)
 {
@@ -303,6 +306,7 @@ private:
     std::array<std::optional<KoCmColor>, ColourCount> m_colours;
     std::array<std::optional<KoDb::LineWeight>, WeightCount> m_weights;
     std::vector<ReferenceAttachment> m_attachments;
+    std::chrono::steady_clock::time_point m_lastReport; // the first report is never held back
 };
 
 KoGePoint3d Importer::point(const IntPoint& p, const Sink& sink) const
@@ -406,10 +410,12 @@ bool Importer::run(KoDbBlockTableRecord* block, const KoGePoint3d& base)
     std::size_t nextReport = kProgressStep;
     for (std::size_t i = 0; i < m_design.size();) {
         i = importElement(i, sink);
-        if (i >= nextReport) {
+        if (i >= nextReport && m_state.progress) {
             nextReport = i + kProgressStep;
-            if (m_state.progress && !m_state.progress(static_cast<double>(i) / static_cast<double>(m_design.size())))
-                return false;
+            const auto now = std::chrono::steady_clock::now();
+            if (now - m_lastReport < kProgressInterval) continue;
+            m_lastReport = now;
+            if (!m_state.progress(static_cast<double>(i) / static_cast<double>(m_design.size()))) return false;
         }
     }
     return true;
