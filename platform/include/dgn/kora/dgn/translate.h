@@ -98,6 +98,15 @@ private:
     DgnTranslationReport m_report;
 };
 
+namespace Kora::Dgn {
+// The default weight tables of the mapping setups: import maps weights
+// "0".."31" (and "ByCell", "ByLevel") to lineweights in hundredths of a
+// millimetre ("0".."211", "ByBlock", "ByLayer"); export maps lineweights
+// back. The two are not each other's inverse. An import whose weight table
+// names no target for a weight uses the import table.
+KORA_API DgnNameMap defaultLineWeightMap(bool import);
+} // namespace Kora::Dgn
+
 // The host's bind service: binds (insertMode false) or inserts the DGN
 // underlay definition `definitionId` named `name`. Answers false when it
 // could not; sets `onLockedLayer` when a reference of the definition lies on
