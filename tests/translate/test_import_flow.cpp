@@ -34,7 +34,7 @@ TEST_F(ImportFlow, APlainNameGetsTheDgnExtensionAndTheChoicesAreStored)
     editor.reply(text(dir / "plan")).reply(L"").reply(L"Sub").reply(L"");
     run(L"-DGNIMPORT", editor);
     EXPECT_EQ(editor.prompts(), (std::vector<KoString>{kFilePrompt, kModelPrompt, kUnitsMaster, kStandardSetup}));
-    EXPECT_NE(editor.transcript().find(L"\nTranslation failed."), KoString::npos) << editor.transcript().toUtf8();
+    EXPECT_NE(editor.transcript().find(L"\nTranslation successful."), KoString::npos) << editor.transcript().toUtf8();
     EXPECT_EQ(storedValue(L"IMPORTSECTION", L"IsMasterUnits"), L"0");
     EXPECT_EQ(storedValue(L"IMPORTSECTION", L"MappingSetupName"), L"Standard");
     EXPECT_EQ(storedValue(L"IMPORTSECTION", L"TranslationOption"), L"2");
@@ -120,7 +120,9 @@ TEST_F(ImportFlow, ImportModeZeroImportsIntoANewDrawing)
     editor.reply(plan()).reply(L"").reply(L"").reply(L"");
     run(L"-DGNIMPORT", editor);
     EXPECT_EQ(koDocManagerPtr()->documentCount(), 2);
-    EXPECT_NE(editor.transcript().find(L"\nTranslation failed."), KoString::npos) << editor.transcript().toUtf8();
+    EXPECT_NE(editor.transcript().find(L"\nTranslation successful."), KoString::npos) << editor.transcript().toUtf8();
+    KoDbObjectPointer<KoDbBlockTableRecord> model(koDocManagerPtr()->curDocument()->database()->modelSpaceId());
+    EXPECT_EQ(model->entityIds().size(), 5u) << "the new drawing holds the design";
     EXPECT_EQ(variable(L"DGNIMPORTMODE"), 0);
 }
 
@@ -138,14 +140,13 @@ TEST_F(ImportFlow, TheDialogFormAsksAtTheCommandLineWithoutFileDialogs)
     EXPECT_TRUE(withDialogs.prompts().empty());
 }
 
-// These need the DGN import library, which replaces its stand-in when it is
-// merged; enable them then.
-TEST_F(ImportFlow, DISABLED_RealTranslationPutsTheFileIntoTheCurrentDrawing)
+TEST_F(ImportFlow, TheTranslationPutsTheFileIntoTheCurrentDrawing)
 {
     TestEditor editor;
     editor.reply(plan()).reply(L"").reply(L"").reply(L"");
     run(L"-DGNIMPORT", editor);
     EXPECT_NE(editor.transcript().find(L"\nTranslation successful."), KoString::npos) << editor.transcript().toUtf8();
     KoDbObjectPointer<KoDbBlockTableRecord> model(koDocManagerPtr()->curDocument()->database()->modelSpaceId());
-    EXPECT_EQ(model->entityIds().size(), 4u);
+    EXPECT_EQ(model->entityIds().size(), 5u);
+    EXPECT_EQ(koDocManagerPtr()->documentCount(), 1);
 }
