@@ -1,6 +1,7 @@
-// Little-endian reads from a byte span, and UTF-16 to UTF-8. A read past
-// the span's end gives 0: callers check lengths first, this keeps a missed
-// check from reading outside the buffer.
+// The V8 reader's own helpers: little-endian reads from a byte span (a
+// read past the span's end gives 0: callers check lengths first, this keeps
+// a missed check from reading outside the buffer), UTF-16 to UTF-8, and
+// ReadError records.
 #pragma once
 
 #include <bit>
@@ -10,7 +11,14 @@
 #include <string>
 #include <type_traits>
 
+#include "kora/dgn/v8/container.h"
+
 namespace Kora::Dgn::V8 {
+
+inline ReadError readError(ReadError::Code code, std::string message, std::size_t offset = 0, std::size_t index = 0)
+{
+    return ReadError{code, std::move(message), offset, index};
+}
 
 template <typename T>
 T readLittle(std::span<const std::byte> bytes, std::size_t offset)

@@ -21,10 +21,6 @@ constexpr std::size_t HeaderDifatEntries = 109;
 constexpr std::size_t DirectoryEntrySize = 128;
 constexpr std::size_t MiniSectorSize = 64;
 
-ReadError error(ReadError::Code code, std::string message, std::size_t offset = 0)
-{
-    return ReadError{code, std::move(message), offset, 0};
-}
 
 // A directory entry's name (UTF-16 in the file) as UTF-8. Names are short
 // and mostly ASCII ("Dgn~H", "$1", "\5SummaryInformation").
@@ -60,11 +56,11 @@ std::expected<std::vector<std::uint32_t>, ReadError> CompoundFile::chain(std::ui
     std::vector<bool> seen(table.size());
     for (std::uint32_t sector = start; sector != EndOfChain;) {
         if (sector >= table.size())
-            return std::unexpected(error(ReadError::Code::BadContainer,
+            return std::unexpected(readError(ReadError::Code::BadContainer,
                                          std::string(what) + " names sector " + std::to_string(sector)
                                              + " outside its table of " + std::to_string(table.size())));
         if (seen[sector])
-            return std::unexpected(error(ReadError::Code::ChainLoop, std::string(what) + " comes back to sector "
+            return std::unexpected(readError(ReadError::Code::ChainLoop, std::string(what) + " comes back to sector "
                                                                          + std::to_string(sector)));
         seen[sector] = true;
         sectors.push_back(sector);
@@ -76,13 +72,13 @@ std::expected<std::vector<std::uint32_t>, ReadError> CompoundFile::chain(std::ui
 std::expected<std::vector<std::byte>, ReadError> CompoundFile::readRegular(std::uint32_t start, std::uint64_t size) const
 {
     if (size > m_bytes.size())
-        return std::unexpected(error(ReadError::Code::StreamPastEnd,
+        return std::unexpected(readError(ReadError::Code::StreamPastEnd,
                                      "a stream of " + std::to_string(size) + " bytes in a file of "
                                          + std::to_string(m_bytes.size())));
     auto sectors = chain(start, m_fat, "a stream's sector chain");
     if (!sectors) return std::unexpected(sectors.error());
     if (sectors->size() * m_sectorSize < size)
-        return std::unexpected(error(ReadError::Code::StreamPastEnd,
+        return std::unexpected(readError(ReadError::Code::StreamPastEnd,
                                      "a stream of " + std::to_string(size) + " bytes has only "
                                          + std::to_string(sectors->size()) + " sectors"));
     std::vector<std::byte> data;
@@ -92,7 +88,7 @@ std::expected<std::vector<std::byte>, ReadError> CompoundFile::readRegular(std::
         const std::size_t from = (std::size_t{sector} + 1) * m_sectorSize;
         const std::size_t take = std::min<std::size_t>(m_sectorSize, size - data.size());
         if (sector >= m_sectorCount || from + take > m_bytes.size())
-            return std::unexpected(error(ReadError::Code::Truncated,
+            return std::unexpected(readError(ReadError::Code::Truncated,
                                          "sector " + std::to_string(sector) + " lies past the end of the file",
                                          from));
         data.insert(data.end(), m_bytes.begin() + from, m_bytes.begin() + from + take);
@@ -103,10 +99,10 @@ std::expected<std::vector<std::byte>, ReadError> CompoundFile::readRegular(std::
 std::expected<CompoundFile, ReadError> CompoundFile::open(std::vector<std::byte> bytes)
 {
     if (!hasCompoundSignature(bytes))
-        return std::unexpected(error(ReadError::Code::NotDgn, "not a compound document"));
+        return std::unexpected(readError(ReadError::Code::NotDgn, "not a compound document"));
     constexpr std::size_t HeaderSize = 512;
     if (bytes.size() < HeaderSize)
-        return std::unexpected(error(ReadError::Code::Truncated, "the file ends inside the compound-document header",
+        return std::unexpected(readError(ReadError::Code::Truncated, "the file ends inside the compound-document header",
                                      bytes.size()));
     CompoundFile file;
     file.m_bytes = std::move(bytes);
@@ -117,12 +113,12 @@ std::expected<CompoundFile, ReadError> CompoundFile::open(std::vector<std::byte>
     const std::uint16_t sectorShift = readU16(header, 0x1E);
     if (readU16(header, 0x1C) != 0xFFFE || !((major == 3 && sectorShift == 9) || (major == 4 && sectorShift == 12))
         || readU16(header, 0x20) != 6)
-        return std::unexpected(error(ReadError::Code::BadContainer,
+        return std::unexpected(readError(ReadError::Code::BadContainer,
                                      "unsupported compound-document version " + std::to_string(major)
                                          + " with sector shift " + std::to_string(sectorShift)));
     file.m_sectorSize = std::size_t{1} << sectorShift;
     if (file.m_bytes.size() < file.m_sectorSize)
-        return std::unexpected(error(ReadError::Code::Truncated, "the file ends inside its first sector",
+        return std::unexpected(readError(ReadError::Code::Truncated, "the file ends inside its first sector",
                                      file.m_bytes.size()));
     file.m_sectorCount = file.m_bytes.size() / file.m_sectorSize - 1;
     file.m_miniCutoff = readU32(header, 0x38);
@@ -131,7 +127,7 @@ std::expected<CompoundFile, ReadError> CompoundFile::open(std::vector<std::byte>
     // DIFAT chain (each sector lists its entries and, last, the next one).
     const std::uint32_t fatSectors = readU32(header, 0x2C);
     if (fatSectors > file.m_sectorCount)
-        return std::unexpected(error(ReadError::Code::BadContainer,
+        return std::unexpected(readError(ReadError::Code::BadContainer,
                                      std::to_string(fatSectors) + " allocation-table sectors in a file of "
                                          + std::to_string(file.m_sectorCount)));
     std::vector<std::uint32_t> fatList;
@@ -141,10 +137,10 @@ std::expected<CompoundFile, ReadError> CompoundFile::open(std::vector<std::byte>
     std::vector<bool> seenDifat(file.m_sectorCount);
     for (std::uint32_t difat = readU32(header, 0x44); fatList.size() < fatSectors;) {
         if (difat >= file.m_sectorCount)
-            return std::unexpected(error(ReadError::Code::BadContainer,
+            return std::unexpected(readError(ReadError::Code::BadContainer,
                                          "the DIFAT chain names sector " + std::to_string(difat)));
         if (seenDifat[difat])
-            return std::unexpected(error(ReadError::Code::ChainLoop,
+            return std::unexpected(readError(ReadError::Code::ChainLoop,
                                          "the DIFAT chain comes back to sector " + std::to_string(difat)));
         seenDifat[difat] = true;
         const auto sector = all.subspan((std::size_t{difat} + 1) * file.m_sectorSize, file.m_sectorSize);
@@ -155,7 +151,7 @@ std::expected<CompoundFile, ReadError> CompoundFile::open(std::vector<std::byte>
     file.m_fat.reserve(fatList.size() * perSector);
     for (const std::uint32_t sector : fatList) {
         if (sector >= file.m_sectorCount)
-            return std::unexpected(error(ReadError::Code::Truncated, "allocation-table sector "
+            return std::unexpected(readError(ReadError::Code::Truncated, "allocation-table sector "
                                                                          + std::to_string(sector)
                                                                          + " lies past the end of the file"));
         const auto data = all.subspan((std::size_t{sector} + 1) * file.m_sectorSize, file.m_sectorSize);
@@ -174,13 +170,13 @@ std::expected<CompoundFile, ReadError> CompoundFile::open(std::vector<std::byte>
     if (!directory) return std::unexpected(directory.error());
     const std::size_t entryCount = directory->size() / DirectoryEntrySize;
     if (entryCount == 0)
-        return std::unexpected(error(ReadError::Code::BadContainer, "the directory is empty"));
+        return std::unexpected(readError(ReadError::Code::BadContainer, "the directory is empty"));
     const std::span<const std::byte> entries(*directory);
     auto entryAt = [&](std::size_t i) { return entries.subspan(i * DirectoryEntrySize, DirectoryEntrySize); };
 
     const auto root = entryAt(0);
     if (static_cast<std::uint8_t>(root[66]) != 5)
-        return std::unexpected(error(ReadError::Code::BadContainer, "the first directory entry is no root"));
+        return std::unexpected(readError(ReadError::Code::BadContainer, "the first directory entry is no root"));
 
     // Version 3 files may leave garbage in a stream size's high half.
     auto sizeOf = [&](std::span<const std::byte> entry) {
@@ -203,17 +199,17 @@ std::expected<CompoundFile, ReadError> CompoundFile::open(std::vector<std::byte>
         const Pending at = std::move(pending.back());
         pending.pop_back();
         if (at.index >= entryCount)
-            return std::unexpected(error(ReadError::Code::BadContainer,
+            return std::unexpected(readError(ReadError::Code::BadContainer,
                                          "the directory names entry " + std::to_string(at.index) + " of "
                                              + std::to_string(entryCount)));
         if (seen[at.index])
-            return std::unexpected(error(ReadError::Code::ChainLoop,
+            return std::unexpected(readError(ReadError::Code::ChainLoop,
                                          "the directory tree comes back to entry " + std::to_string(at.index)));
         seen[at.index] = true;
         const auto entry = entryAt(at.index);
         const auto type = static_cast<std::uint8_t>(entry[66]);
         if (type != 1 && type != 2)
-            return std::unexpected(error(ReadError::Code::BadContainer,
+            return std::unexpected(readError(ReadError::Code::BadContainer,
                                          "directory entry " + std::to_string(at.index) + " has type "
                                              + std::to_string(type)));
         const std::string path = at.parent + "/" + entryName(entry);
@@ -267,17 +263,17 @@ std::expected<std::vector<std::byte>, ReadError> CompoundFile::read(std::string_
 {
     const auto it = m_entries.find(path);
     if (it == m_entries.end() || it->second.storage)
-        return std::unexpected(error(ReadError::Code::MissingStream, "no stream " + std::string(path)));
+        return std::unexpected(readError(ReadError::Code::MissingStream, "no stream " + std::string(path)));
     const Entry& entry = it->second;
     if (entry.size >= m_miniCutoff) return readRegular(entry.start, entry.size);
 
     if (entry.size > m_miniStream.size())
-        return std::unexpected(error(ReadError::Code::StreamPastEnd,
+        return std::unexpected(readError(ReadError::Code::StreamPastEnd,
                                      std::string(path) + " is longer than the mini stream"));
     auto sectors = chain(entry.start, m_miniFat, "a mini stream chain");
     if (!sectors) return std::unexpected(sectors.error());
     if (sectors->size() * MiniSectorSize < entry.size)
-        return std::unexpected(error(ReadError::Code::StreamPastEnd,
+        return std::unexpected(readError(ReadError::Code::StreamPastEnd,
                                      std::string(path) + " is longer than its mini sectors"));
     std::vector<std::byte> data;
     data.reserve(entry.size);
@@ -286,7 +282,7 @@ std::expected<std::vector<std::byte>, ReadError> CompoundFile::read(std::string_
         const std::size_t from = std::size_t{sector} * MiniSectorSize;
         const std::size_t take = std::min<std::size_t>(MiniSectorSize, entry.size - data.size());
         if (from + take > m_miniStream.size())
-            return std::unexpected(error(ReadError::Code::StreamPastEnd,
+            return std::unexpected(readError(ReadError::Code::StreamPastEnd,
                                          std::string(path) + " names a mini sector past the mini stream"));
         data.insert(data.end(), m_miniStream.begin() + from, m_miniStream.begin() + from + take);
     }
@@ -300,14 +296,14 @@ std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesy
     };
     std::unique_ptr<std::FILE, Closer> file(std::fopen(path.c_str(), "rb"));
     if (!file)
-        return std::unexpected(error(ReadError::Code::FileAccess,
+        return std::unexpected(readError(ReadError::Code::FileAccess,
                                      "cannot open " + path.string() + ": " + std::strerror(errno)));
     std::vector<std::byte> bytes(SignatureBytes);
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
     if (std::ferror(file.get()))
-        return std::unexpected(error(ReadError::Code::FileAccess, "cannot read " + path.string()));
+        return std::unexpected(readError(ReadError::Code::FileAccess, "cannot read " + path.string()));
     if (!hasCompoundSignature(bytes))
-        return std::unexpected(error(ReadError::Code::NotDgn, path.string() + ": not a V8 design file"));
+        return std::unexpected(readError(ReadError::Code::NotDgn, path.string() + ": not a V8 design file"));
 
     std::error_code ec;
     const bool regular = std::filesystem::is_regular_file(path, ec);
@@ -317,12 +313,12 @@ std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesy
     while ((got = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
         bytes.insert(bytes.end(), chunk, chunk + got);
         if (!regular && bytes.size() > MaxUnsizedFileBytes)
-            return std::unexpected(error(ReadError::Code::TooLong,
+            return std::unexpected(readError(ReadError::Code::TooLong,
                                          path.string() + ": not a regular file and longer than "
                                              + std::to_string(MaxUnsizedFileBytes) + " bytes"));
     }
     if (std::ferror(file.get()))
-        return std::unexpected(error(ReadError::Code::FileAccess, "cannot read " + path.string()));
+        return std::unexpected(readError(ReadError::Code::FileAccess, "cannot read " + path.string()));
     return bytes;
 }
 

@@ -195,6 +195,11 @@ Element decodeElement(std::span<const std::byte> bytes, const Model& model, Diag
     element.style = readI32(bytes, 0x2C);
     element.weight = readU32(bytes, 0x30);
     element.colour = readU32(bytes, 0x34);
+    // The range: its low corner and its size, six 64-bit UOR values.
+    auto range = [&](std::size_t at) { return static_cast<double>(static_cast<std::int64_t>(readU64(bytes, at))); };
+    const Point low{range(0x38), range(0x40), range(0x48)};
+    element.rangeLow = model.toMaster(low);
+    element.rangeHigh = model.toMaster({low.x + range(0x50), low.y + range(0x58), low.z + range(0x60)});
 
     Fields f(bytes, model);
     const bool is3d = element.is3d;
@@ -336,7 +341,7 @@ Point BSplineBody::at(double t) const
     if (count == 0) return poles.empty() ? Point{} : poles.front();
     const std::size_t n = poles.size();
     const auto p = static_cast<std::size_t>(order - 1);
-    t = std::clamp(t, 0.0, static_cast<double>(count));
+    t = std::isnan(t) ? 0.0 : std::clamp(t, 0.0, static_cast<double>(count));
     const std::size_t k = std::min(static_cast<std::size_t>(t), count - 1);
     const double u = t - static_cast<double>(k) + static_cast<double>(p); // in knot units, knots at integers
     std::vector<Point> d(p + 1);

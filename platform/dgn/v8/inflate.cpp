@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "kora/dgn/v8/container.h"
+#include "bytes.h"
 
 namespace Kora::Dgn::V8 {
 
@@ -16,7 +16,7 @@ std::expected<std::vector<std::byte>, ReadError> inflate(std::span<const std::by
 {
     z_stream stream{};
     if (inflateInit(&stream) != Z_OK)
-        return std::unexpected(ReadError{ReadError::Code::InflateFailed, "zlib could not start", 0, 0});
+        return std::unexpected(readError(ReadError::Code::InflateFailed, "zlib could not start"));
     std::vector<std::byte> out;
     std::byte chunk[16384];
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<std::byte*>(data.data()));
@@ -29,9 +29,8 @@ std::expected<std::vector<std::byte>, ReadError> inflate(std::span<const std::by
         const std::size_t got = sizeof chunk - stream.avail_out;
         if (out.size() + got > bound) {
             inflateEnd(&stream);
-            return std::unexpected(ReadError{ReadError::Code::TooLarge,
-                                             "compressed data inflates beyond " + std::to_string(bound) + " bytes",
-                                             0, 0});
+            return std::unexpected(readError(ReadError::Code::TooLarge,
+                                             "compressed data inflates beyond " + std::to_string(bound) + " bytes"));
         }
         out.insert(out.end(), chunk, chunk + got);
     }
@@ -39,10 +38,10 @@ std::expected<std::vector<std::byte>, ReadError> inflate(std::span<const std::by
     const std::size_t consumed = data.size() - stream.avail_in;
     inflateEnd(&stream);
     if (status != Z_STREAM_END)
-        return std::unexpected(ReadError{ReadError::Code::InflateFailed,
+        return std::unexpected(readError(ReadError::Code::InflateFailed,
                                          std::string("compressed data does not inflate: ")
                                              + (status == Z_BUF_ERROR ? "it ends early" : "it is damaged"),
-                                         consumed, 0});
+                                         consumed));
     return out;
 }
 

@@ -21,10 +21,6 @@ constexpr std::uint16_t TableEntryType = 95;
 constexpr std::uint32_t LevelTableClass = 1;
 constexpr std::uint16_t BSplinePoleType = 21;
 
-ReadError error(ReadError::Code code, std::string message, std::size_t offset = 0, std::size_t index = 0)
-{
-    return ReadError{code, std::move(message), offset, index};
-}
 
 // The numbered pages of a storage ("$1", "$2", ...), in number order.
 std::vector<std::string> pageNames(const CompoundFile& file, const std::string& storage)
@@ -50,7 +46,7 @@ std::expected<std::vector<std::byte>, ReadError> inflatePage(const CompoundFile&
     auto stream = file.read(path);
     if (!stream) return std::unexpected(stream.error());
     if (stream->size() < PageHeaderSize)
-        return std::unexpected(error(ReadError::Code::Truncated, path + " is shorter than its page header"));
+        return std::unexpected(readError(ReadError::Code::Truncated, path + " is shorter than its page header"));
     if (stream->size() == PageHeaderSize) return std::vector<std::byte>{};
     auto page = inflate(std::span<const std::byte>(*stream).subspan(PageHeaderSize), inflateBound(file.fileSize()));
     if (!page) {
@@ -70,7 +66,7 @@ std::expected<void, ReadError> forEachElement(std::span<const std::byte> page, c
         const std::size_t left = page.size() - offset;
         const std::size_t length = left >= 12 ? std::size_t{readU32(page, offset + 8)} * 2 : 0;
         if (left < 16 || length < 12 || length > left - 4)
-            return std::unexpected(error(ReadError::Code::ElementOverrun,
+            return std::unexpected(readError(ReadError::Code::ElementOverrun,
                                          path + ": an element of " + std::to_string(length)
                                              + " bytes where " + std::to_string(left < 4 ? 0 : left - 4)
                                              + " are left of the page",
@@ -160,7 +156,7 @@ std::expected<File, ReadError> File::open(std::vector<std::byte> bytes)
     auto container = CompoundFile::open(std::move(bytes));
     if (!container) return std::unexpected(container.error());
     if (recognise(*container) != FileKind::V8)
-        return std::unexpected(error(ReadError::Code::NotDgn, "a compound document that is not a DGN"));
+        return std::unexpected(readError(ReadError::Code::NotDgn, "a compound document that is not a DGN"));
     File file(std::move(*container));
     const CompoundFile& c = file.m_container;
 
@@ -215,7 +211,7 @@ std::string File::levelName(std::uint32_t id) const
 std::expected<ModelContents, ReadError> File::readModel(std::size_t modelIndex) const
 {
     if (modelIndex >= m_models.size())
-        return std::unexpected(error(ReadError::Code::NoSuchModel,
+        return std::unexpected(readError(ReadError::Code::NoSuchModel,
                                      "model " + std::to_string(modelIndex) + " of " + std::to_string(m_models.size())));
     const Model& model = m_models[modelIndex];
     ModelContents contents;
