@@ -148,6 +148,8 @@ struct Element {
     std::uint32_t colour = 0;       // colour index
     std::uint32_t weight = 0;
     std::int32_t style = 0;         // 0..7 the standard styles
+    Point rangeLow;                 // the element's range, master units
+    Point rangeHigh;
     Body body;
     std::vector<std::byte> bytes;   // the element's bytes, kept for UnknownBody only
 };
