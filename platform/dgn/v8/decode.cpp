@@ -13,6 +13,7 @@ namespace {
 constexpr std::uint16_t StringLinkageId = 22226;
 constexpr std::uint32_t ThreeDFlag = 0x800;
 constexpr std::uint32_t HoleFlag = 0x8000;
+constexpr std::uint16_t BSplinePoleType = 21;
 
 // Reads doubles from an element; `ok` turns false at the first read past
 // its end, so a decoder checks once at the end of its record.
@@ -138,9 +139,32 @@ void readMatrix(Fields& f, std::size_t offset, std::size_t n, double scale, std:
 
 } // namespace
 
-bool isComponent(std::span<const std::byte> element)
+void linkComponents(std::vector<Element>& elements, std::vector<Diagnostic>& diagnostics)
 {
-    return (readU32(element, 0) & ComponentFlag) != 0;
+    // The open complex headers, innermost last, with the components each
+    // still waits for. An element that is no component closes them all.
+    struct Open {
+        std::size_t header;
+        std::uint32_t waiting;
+    };
+    std::vector<Open> open;
+    for (std::size_t i = 0; i < elements.size(); ++i) {
+        Element& element = elements[i];
+        if (!element.component) {
+            open.clear();
+        } else if (open.empty()) {
+            diagnostics.push_back({Diagnostic::Code::ComponentAlone, Diagnostic::Severity::Warning, 0, i,
+                                   "a component without a complex header waiting for it"});
+        } else {
+            element.parent = open.back().header;
+            --open.back().waiting;
+            auto* curve = std::get_if<BSplineBody>(&elements[element.parent].body);
+            const auto* poles = std::get_if<LinearBody>(&element.body);
+            if (curve && poles && element.type == BSplinePoleType) curve->poles = poles->points;
+        }
+        if (element.complexHeader && element.componentCount > 0) open.push_back({i, element.componentCount});
+        while (!open.empty() && open.back().waiting == 0) open.pop_back();
+    }
 }
 
 std::string linkageString(std::span<const std::byte> element, std::uint32_t stringId)
@@ -174,6 +198,10 @@ Element decodeElement(std::span<const std::byte> bytes, const Model& model, Diag
     const std::uint32_t typeWord = readU32(bytes, 0);
     element.type = static_cast<std::uint16_t>(typeWord & 0xFFFF);
     element.complexHeader = (typeWord & ComplexHeaderFlag) != 0;
+    element.component = (typeWord & ComponentFlag) != 0;
+    // Every complex header of the sample (cell, chain, shape, text node,
+    // B-spline curve, shared cell definition) has its component count here.
+    if (element.complexHeader) element.componentCount = readU32(bytes, 0x68);
     problem = {};
     auto keepUnknown = [&] {
         element.body = UnknownBody{};

@@ -22,6 +22,9 @@ Element decodeElement(std::span<const std::byte> bytes, const Model& model, Diag
 // the element's linkages, UTF-8; empty when there is none.
 std::string linkageString(std::span<const std::byte> element, std::uint32_t stringId);
 
-bool isComponent(std::span<const std::byte> element);
+// Components name their complex header; the poles of a B-spline curve are
+// copied into its header's record. A component with no header waiting for
+// it is reported in `diagnostics`.
+void linkComponents(std::vector<Element>& elements, std::vector<Diagnostic>& diagnostics);
 
 } // namespace Kora::Dgn::V8

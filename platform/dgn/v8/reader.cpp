@@ -19,7 +19,6 @@ constexpr std::uint32_t TwoDModelFlag = 0x00800000;
 constexpr std::uint16_t TableHeaderType = 96;
 constexpr std::uint16_t TableEntryType = 95;
 constexpr std::uint32_t LevelTableClass = 1;
-constexpr std::uint16_t BSplinePoleType = 21;
 
 
 // The numbered pages of a storage ("$1", "$2", ...), in number order.
@@ -120,30 +119,6 @@ std::expected<Model, Diagnostic> readModelHeader(const CompoundFile& file, const
     return model;
 }
 
-// Components name the complex header before them; the poles of a B-spline
-// curve are copied into its header's record.
-void linkComponents(std::vector<Element>& elements, const std::vector<char>& components,
-                    std::vector<Diagnostic>& diagnostics)
-{
-    std::size_t header = NoParent;
-    for (std::size_t i = 0; i < elements.size(); ++i) {
-        Element& element = elements[i];
-        if (!components[i]) {
-            header = element.complexHeader ? i : NoParent;
-            continue;
-        }
-        if (header == NoParent) {
-            diagnostics.push_back({Diagnostic::Code::ComponentAlone, Diagnostic::Severity::Warning, 0, i,
-                                   "a component without a complex header before it"});
-            continue;
-        }
-        element.parent = header;
-        auto* curve = std::get_if<BSplineBody>(&elements[header].body);
-        const auto* poles = std::get_if<LinearBody>(&element.body);
-        if (curve && poles && element.type == BSplinePoleType) curve->poles = poles->points;
-    }
-}
-
 } // namespace
 
 FileKind recognise(const CompoundFile& file)
@@ -181,7 +156,7 @@ std::expected<File, ReadError> File::open(std::vector<std::byte> bytes)
         SharedCellDefinition* definition = nullptr;
         auto done = forEachElement(*page, path, index, [&](std::span<const std::byte> e, std::size_t) {
             const auto type = static_cast<std::uint16_t>(readU32(e, 0) & 0xFFFF);
-            const bool component = isComponent(e);
+            const bool component = (readU32(e, 0) & ComponentFlag) != 0;
             if (type == TableHeaderType) tableClass = readU32(e, 0x0C);
             if (type == TableEntryType && component && tableClass == LevelTableClass && e.size() >= 0x24)
                 file.m_levels.push_back({readU32(e, 0x20), linkageString(e, 1)});
@@ -193,11 +168,12 @@ std::expected<File, ReadError> File::open(std::vector<std::byte> bytes)
             if (definition) {
                 Diagnostic problem;
                 definition->elements.push_back(decodeElement(e, units, problem));
-                if (component) definition->elements.back().parent = 0;
             }
         });
         if (!done) return std::unexpected(done.error());
     }
+    for (SharedCellDefinition& definition : file.m_sharedCells)
+        linkComponents(definition.elements, file.m_diagnostics);
     return file;
 }
 
@@ -215,7 +191,6 @@ std::expected<ModelContents, ReadError> File::readModel(std::size_t modelIndex) 
                                      "model " + std::to_string(modelIndex) + " of " + std::to_string(m_models.size())));
     const Model& model = m_models[modelIndex];
     ModelContents contents;
-    std::vector<char> components;
     std::size_t index = 0;
     for (const auto& path : pageNames(m_container, model.storage + "/Dgn^G")) {
         auto page = inflatePage(m_container, path);
@@ -223,7 +198,6 @@ std::expected<ModelContents, ReadError> File::readModel(std::size_t modelIndex) 
         auto done = forEachElement(*page, path, index, [&](std::span<const std::byte> e, std::size_t offset) {
             Diagnostic problem;
             contents.elements.push_back(decodeElement(e, model, problem));
-            components.push_back(isComponent(e));
             if (problem.code != Diagnostic::Code::None) {
                 problem.offset = offset;
                 problem.elementIndex = contents.elements.size() - 1;
@@ -232,7 +206,7 @@ std::expected<ModelContents, ReadError> File::readModel(std::size_t modelIndex) 
         });
         if (!done) return std::unexpected(done.error());
     }
-    linkComponents(contents.elements, components, contents.diagnostics);
+    linkComponents(contents.elements, contents.diagnostics);
     return contents;
 }
 

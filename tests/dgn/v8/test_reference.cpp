@@ -222,6 +222,18 @@ TEST_F(ReferenceListing, ModelUnitsLevelsAndDefinitions)
     EXPECT_EQ(definition.elements[1].type, 15);
     EXPECT_EQ(definition.elements[1].parent, 0u);
     EXPECT_TRUE(contents.diagnostics.empty()) << contents.diagnostics.front().message;
+
+    // Each complex header (12 of them: cells, chains, shapes, text nodes,
+    // B-spline curves) gets the components its count announces.
+    std::size_t headers = 0;
+    for (std::size_t i = 0; i < contents.elements.size(); ++i) {
+        const Element& e = contents.elements[i];
+        EXPECT_EQ(e.component, e.parent != NoParent) << "element " << i;
+        if (!e.complexHeader) continue;
+        ++headers;
+        EXPECT_EQ(componentsOf(i).size(), e.componentCount) << "element " << i;
+    }
+    EXPECT_EQ(headers, 12u);
 }
 
 TEST_F(ReferenceListing, EveryFeatureAgrees)

@@ -4,8 +4,9 @@
 // Every record is in master units of its model (doubles), measured from
 // the model's global origin, and carries its level, colour index, weight,
 // line style and graphic group. Complex elements (chains, shapes, cells,
-// text nodes, B-spline curves) are a header followed by its components;
-// each component names its header by index. What is not decoded stays an
+// text nodes, B-spline curves) are a header followed by its components,
+// which may be complex themselves; each component names its header by
+// index. What is not decoded stays an
 // UnknownBody element with its type and bytes: nothing is dropped.
 //
 // Faults: a fault in the container or a page (a sector chain that loops,
@@ -37,7 +38,7 @@ struct Diagnostic {
         None,
         ShortElement,     // too short for its display header or its type's record; kept as unknown
         CountOutside,     // a point or text count that does not fit the element; kept as unknown
-        ComponentAlone,   // a component without a complex header before it
+        ComponentAlone,   // a component without a complex header waiting for it
         NoModelHeader,    // a model storage without a readable model header; the model is skipped
     };
     enum class Severity { Warning, Error };
@@ -140,6 +141,8 @@ struct Element {
     std::uint16_t type = 0;         // 3 line, 4 line string, ... (the DGN type numbers)
     bool is3d = false;
     bool complexHeader = false;
+    std::uint32_t componentCount = 0; // a complex header's own components (nested ones count once)
+    bool component = false;
     std::size_t parent = NoParent;  // index of the complex header this is a component of
     bool hole = false;              // a shape that is a hole of its cell or group
     std::uint64_t id = 0;
