@@ -6,7 +6,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git file
   libgtest-dev libgmock-dev libbenchmark-dev
   qt6-base-dev libgl-dev
-  libedit-dev libcurl4-openssl-dev python3-pyftpdlib
+  libedit-dev libcurl4-openssl-dev python3-pyftpdlib zlib1g-dev
   gdal-bin python3-gdal python3-ezdxf
   clang libclang-rt-14-dev
   clang-16 libclang-rt-16-dev

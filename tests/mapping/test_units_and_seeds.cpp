@@ -69,12 +69,20 @@ TEST(UnitsVocabulary, DgnFileUnitsComeFromTheFileHeader)
     EXPECT_EQ(sub, L"custom");
     EXPECT_FALSE(is3d);
 
-    // A V8 file cannot be read here: nothing is changed.
-    master = L"unchanged";
-    EXPECT_FALSE(Kora::DgnCommands::dgnFileUnits(wide(samples / "v8" / "test_dgnv8.dgn"), master, sub, is3d));
-    EXPECT_EQ(master, L"unchanged");
+    // A V8 file: the units of its model "my_model", metres and millimetres.
+    ASSERT_TRUE(Kora::DgnCommands::dgnFileUnits(wide(samples / "v8" / "test_dgnv8.dgn"), master, sub, is3d));
+    EXPECT_EQ(master, L"Meters");
+    EXPECT_EQ(sub, L"Millimeters");
+    EXPECT_TRUE(is3d);
     int version = 5;
-    EXPECT_FALSE(Kora::DgnCommands::seedVersion(wide(samples / "v8" / "test_dgnv8.dgn"), version));
+    ASSERT_TRUE(Kora::DgnCommands::seedVersion(wide(samples / "v8" / "test_dgnv8.dgn"), version));
+    EXPECT_EQ(version, kDgnVersionV8);
+    // What is no DGN file is not read: nothing is changed.
+    master = L"unchanged";
+    version = 5;
+    EXPECT_FALSE(Kora::DgnCommands::dgnFileUnits(wide(samples / "v8" / "test_dgnv8_ref.csv"), master, sub, is3d));
+    EXPECT_EQ(master, L"unchanged");
+    EXPECT_FALSE(Kora::DgnCommands::seedVersion(wide(samples / "v8" / "test_dgnv8_ref.csv"), version));
     EXPECT_EQ(version, 5);
     ASSERT_TRUE(Kora::DgnCommands::seedVersion(wide(samples / "smalltest.dgn"), version));
     EXPECT_EQ(version, kDgnVersionV7);

@@ -64,12 +64,13 @@ void appendNames(const std::bitset<N>& used, std::string (*name)(int), std::vect
 
 }  // namespace
 
-ErrorStatus scanDesignFile(const KoString& path, DesignScan& scan)
+ErrorStatus scanDesignFile(const KoString& path, DesignScan& scan, const KoString& v8Model)
 {
     const fs::path file(path.toUtf8());
     std::error_code ec;
     if (path.isEmpty() || !fs::exists(file, ec)) return eFileNotFound;
     auto bytes = readFileBytes(file);
+    if (!bytes && bytes.error().code == ReadError::Code::UnsupportedV8) return scanV8File(file, scan, v8Model);
     if (!bytes) return statusOf(bytes.error());
     auto reader = Reader::open(std::move(*bytes));
     if (!reader) return statusOf(reader.error());

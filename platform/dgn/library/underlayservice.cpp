@@ -66,7 +66,8 @@ Kora::ErrorStatus loadDgnItem(const KoDbUnderlayDefinition& definition, const Ko
     const KoString& path =
         definition.getActiveFileName().isEmpty() ? definition.getSourceFileName() : definition.getActiveFileName();
     Kora::Dgn::DesignScan scan;
-    if (const Kora::ErrorStatus es = Kora::Dgn::scanDesignFile(path, scan); es != Kora::eOk) return es;
+    if (const Kora::ErrorStatus es = Kora::Dgn::scanDesignFile(path, scan, definition.getItemName()); es != Kora::eOk)
+        return es;
     const std::vector<DgnModelProp>& models = scan.properties.models;
     const DgnModelProp* model = nullptr;
     for (const DgnModelProp& candidate : models)

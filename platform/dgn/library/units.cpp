@@ -51,7 +51,7 @@ int codeOf(const KoString& label)
 
 }  // namespace
 
-void identifyUnits(const KoString& masterLabel, const KoString& subLabel, std::int32_t subPerMaster,
+void identifyUnits(const KoString& masterLabel, const KoString& subLabel, double subPerMaster,
                    DgnModelProp& model)
 {
     const KoString master = masterLabel.trimmed(), sub = subLabel.trimmed();

@@ -1,9 +1,12 @@
-// dgninfo FILE [--raw]: what a DGN file holds, one line per element.
+// dgninfo FILE [--raw]: what a DGN file holds, one line per element (V7
+// here, V8 in dgninfov8.cpp). --raw adds the bytes of each element (of the
+// elements not decoded, for V8).
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "kora/dgn/naming.h"
+#include "dgninfov8.h"
 #include "kora/dgn/v7/reader.h"
 
 using namespace Kora::Dgn::V7;
@@ -144,6 +147,7 @@ int main(int argc, char** argv)
         return 2;
     }
     auto bytes = readFileBytes(path);
+    if (!bytes && bytes.error().code == ReadError::Code::UnsupportedV8) return printV8File(path, raw);
     if (!bytes) {
         std::fprintf(stderr, "dgninfo: %s\n", bytes.error().message.c_str());
         return 1;

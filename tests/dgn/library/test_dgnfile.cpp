@@ -161,7 +161,28 @@ TEST(DgnFileProperties, UnitLabelsAndRatios)
     }
 }
 
-TEST(DgnFileProperties, FilesThatAreNoV7DesignFailAndLeaveTheRecord)
+TEST(DgnFileProperties, V8Sample)
+{
+    DgnFileProp prop;
+    ASSERT_EQ(DgnFile::addPropFromDgnFile(wide(sample("v8/test_dgnv8.dgn")), prop), KORTNORM);
+    EXPECT_EQ(prop.version, kDgnVersionV8);
+    EXPECT_TRUE(prop.is3d);
+    ASSERT_EQ(prop.models.size(), 1u);
+    EXPECT_EQ(prop.models[0].name, KoString(L"my_model"));
+    EXPECT_EQ(prop.models[0].masterUnit, KoString(L"m"));
+    EXPECT_EQ(prop.models[0].subUnit, KoString(L"mm"));
+    EXPECT_EQ(prop.models[0].masterUnits, KoDb::kUnitsMeters);
+    EXPECT_EQ(prop.models[0].subUnits, KoDb::kUnitsMillimeters);
+    // One line lies on level 1 (no table entry: its number) with style 4,
+    // weight 5, colour 3; the rest on level 64, "Default". The text's
+    // colour 256 is no colour index and is not listed.
+    EXPECT_EQ(prop.levels, (std::vector<KoString>{L"1", L"Default"}));
+    EXPECT_EQ(prop.lineStyles, (std::vector<KoString>{L"Solid", L"Dot Dashed"}));
+    EXPECT_EQ(prop.weights, (std::vector<KoString>{L"0", L"5"}));
+    EXPECT_EQ(prop.colours, (std::vector<KoString>{L"0", L"3"}));
+}
+
+TEST(DgnFileProperties, FilesThatAreNoDesignFailAndLeaveTheRecord)
 {
     const fs::path folder = scratch("refused");
     std::vector<char> truncated = fileBytes(sample("smalltest.dgn"));
@@ -171,11 +192,14 @@ TEST(DgnFileProperties, FilesThatAreNoV7DesignFailAndLeaveTheRecord)
     cellLibrary[0] = 0x08, cellLibrary[1] = 0x05, cellLibrary[2] = 0x17;
     writeFile(folder / "library.cel", cellLibrary);
     writeFile(folder / "empty.dgn", {});
+    std::vector<char> v8 = fileBytes(sample("v8/test_dgnv8.dgn"));
+    v8.resize(v8.size() / 2);
+    writeFile(folder / "truncated-v8.dgn", v8);
 
     DgnFileProp prop;
     ASSERT_EQ(DgnFile::addPropFromDgnFile(wide(sample("smalltest.dgn")), prop), KORTNORM);
     const DgnFileProp before = prop;
-    for (const fs::path& path : {sample("v8/test_dgnv8.dgn"), folder / "library.cel", folder / "empty.dgn",
+    for (const fs::path& path : {folder / "truncated-v8.dgn", folder / "library.cel", folder / "empty.dgn",
                                  sample("v8/test_dgnv8_ref.csv"), folder / "truncated.dgn", folder / "missing.dgn",
                                  folder, fs::path("/dev/zero")}) {
         SCOPED_TRACE(path.string());

@@ -44,7 +44,7 @@ std::vector<KxUnderlayItemInfo> itemsOf(const KoDbDatabase& db)
 
 }  // namespace
 
-TEST(DgnUnderlayFiles, LoadsV7FilesAndRefusesTheRest)
+TEST(DgnUnderlayFiles, LoadsV7AndV8FilesAndRefusesTheRest)
 {
     const fs::path folder = scratch("load");
     std::vector<char> cellLibrary(2048, '\0');
@@ -79,7 +79,6 @@ TEST(DgnUnderlayFiles, LoadsV7FilesAndRefusesTheRest)
         fs::path path;
         Kora::ErrorStatus status;
     } refused[] = {
-        {sample("v8/test_dgnv8.dgn"), Kora::eUnsupportedFileFormat},
         {folder / "library.cel", Kora::eUnsupportedFileFormat},
         {sample("v8/test_dgnv8_ref.csv"), Kora::eUnsupportedFileFormat},
         {folder / "truncated.dgn", Kora::eBadDgnFile},
@@ -102,8 +101,15 @@ TEST(DgnUnderlayFiles, LoadsV7FilesAndRefusesTheRest)
     EXPECT_EQ(item.itemName, KoString(L"Default"));
     EXPECT_TRUE(item.definitionName.isEmpty());
     EXPECT_TRUE(item.definitionId.isNull());
-    EXPECT_EQ(KoDbDgnUnderlayService::dgnItemFromPath(wide(sample("v8/test_dgnv8.dgn")), item),
-              Kora::eUnsupportedFileFormat);
+
+    // A V8 file offers its models by name.
+    KoDbUnderlayFile v8;
+    ASSERT_EQ(KoDbDgnUnderlayService::LoadDgnUnderlayFile(wide(sample("v8/test_dgnv8.dgn")), v8), Kora::eOk);
+    ASSERT_EQ(v8.modelCount(), 1);
+    EXPECT_EQ(v8.getModel(KoString(L"my_model"), byName), Kora::eOk);
+    EXPECT_EQ(byName->masterUnits, KoDb::kUnitsMeters);
+    ASSERT_EQ(KoDbDgnUnderlayService::dgnItemFromPath(wide(sample("v8/test_dgnv8.dgn")), item), Kora::eOk);
+    EXPECT_EQ(item.itemName, KoString(L"my_model"));
 }
 
 TEST(DgnUnderlayNames, UniqueInTheDrawingAndReusedForTheSameFileAndModel)
@@ -236,11 +242,22 @@ TEST(DgnUnderlayDefinitions, LoadTheirModelWithLevelsAndExtents)
     EXPECT_NEAR(placed.minPoint().x, master.minPoint().x + 100, 1e-9);
     delete reference;
 
+    // A V8 model: its levels by name, its extents those of its elements.
+    KoDbDgnDefinition v8;
+    v8.setItemName(L"my_model");
+    const KoString v8File = wide(sample("v8/test_dgnv8.dgn"));
+    ASSERT_EQ(v8.setUnderlayItem(v8File, v8File), Kora::eOk);
+    ASSERT_TRUE(v8.isLoaded());
+    EXPECT_EQ(v8.getUnderlayItem()->underlayLayerCount(), 2);
+    EXPECT_EQ(v8.getUnderlayItem()->getUnderlayLayer(1, layer), Kora::eOk);
+    EXPECT_EQ(layer, (KoDbUnderlayLayer{L"Default", KoDbUnderlayLayer::kOn}));
+    KoDbExtents v8Extents;
+    ASSERT_EQ(v8.getUnderlayItem()->getExtents(v8Extents), Kora::eOk);
+    EXPECT_NEAR(v8Extents.minPoint().x, -1.958, 1e-3); // the B-spline curve reaches x = -1.958
+    EXPECT_NEAR(v8Extents.maxPoint().z, 8, 1e-9);  // the 3D line string reaches z = 8
+
     // Definitions that cannot load say why.
-    KoDbDgnDefinition v8, wrongModel;
-    EXPECT_EQ(v8.setUnderlayItem(wide(sample("v8/test_dgnv8.dgn")), wide(sample("v8/test_dgnv8.dgn"))),
-              Kora::eUnsupportedFileFormat);
-    EXPECT_FALSE(v8.isLoaded());
+    KoDbDgnDefinition wrongModel;
     wrongModel.setItemName(L"Level 2");
     EXPECT_EQ(wrongModel.setUnderlayItem(small, small), Kora::eKeyNotFound);
     EXPECT_EQ(kodbOpenObjectCount(), 0);

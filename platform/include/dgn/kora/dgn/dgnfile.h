@@ -37,7 +37,7 @@ struct DgnModelProp {
 struct DgnFileProp {
     int version = kDgnVersionUnknown;
     bool is3d = false;
-    std::vector<DgnModelProp> models;  // file order; a V7 file has one, "Default"
+    std::vector<DgnModelProp> models;  // file order; a V7 file has one, "Default"; a V8 file its named models
     std::vector<KoString> levels;
     std::vector<KoString> lineStyles;
     std::vector<KoString> weights;
@@ -52,8 +52,8 @@ class KxDgnExportInternalService;
 class KORA_API DgnFile {
 public:
     // Reads the file's properties into `prop`, replacing what it held, and
-    // answers KORTNORM. A file that cannot be read as a V7 design (a V8
-    // file, a cell library, anything that is not a DGN file, a damaged or
+    // answers KORTNORM. A file that cannot be read as a V7 or V8 design (a
+    // cell library, anything that is not a DGN file, a damaged or
     // unreadable one) answers KORTERROR and leaves `prop` as it was;
     // KoDbDgnUnderlayService::LoadDgnUnderlayFile tells which of these it is.
     static int addPropFromDgnFile(const KoString& path, DgnFileProp& prop);

@@ -75,11 +75,10 @@ public:
 
 class KORA_API KoDbDgnUnderlayService : public KoDbUnderlayService {
 public:
-    // Loads the file's models into `file`. Non-zero statuses, with `file`
-    // left as it was: eFileNotFound, eFileAccessErr (cannot be read),
-    // eUnsupportedFileFormat (not a DGN file, a V7 cell library, or a V8
-    // file, which this platform does not read yet), eBadDgnFile (a V7 file
-    // whose structure is damaged).
+    // Loads the file's models (V7 or V8) into `file`. Non-zero statuses,
+    // with `file` left as it was: eFileNotFound, eFileAccessErr (cannot be
+    // read), eUnsupportedFileFormat (not a DGN file, a V7 cell library),
+    // eBadDgnFile (a V7 or V8 file whose structure is damaged).
     static Kora::ErrorStatus LoadDgnUnderlayFile(const KoString& path, KoDbUnderlayFile& file);
     // The item record of a file about to be attached: the path as given,
     // its absolute form, and the file's first model. Fails as the load does.
