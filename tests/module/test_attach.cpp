@@ -151,10 +151,11 @@ void expectPlaced(const Placed& p, const KoGePoint3d& position, double scale, do
 TEST_F(DgnAttach, CommandLineRefusesBadAnswersThenPlacesWithTypedValues)
 {
     const KoString notDgn = KoString::fromUtf8((kData / "LICENSE.GDAL.txt").string());
-    const KoString v8 = KoString::fromUtf8((kData / "v8" / "test_dgnv8.dgn").string());
+    const fs::path zeros = scratch("zeros") / "zeros.dgn";
+    std::ofstream(zeros) << std::string(2048, '\0');
     ASSERT_EQ(koraSetSysVarText(L"INSUNITS", L"6"), KORTNORM);
     TestEditor editor;
-    editor.reply(L"").reply(L"nosuch.dgn").reply(notDgn).reply(v8).reply(kMetric);
+    editor.reply(L"").reply(L"nosuch.dgn").reply(notDgn).reply(KoString::fromUtf8(zeros.string())).reply(kMetric);
     // Model names match with their case; "?" lists, or picks a named model.
     editor.reply(L"default").reply(L"?").reply(L"*").reply(L"?").reply(L"Default");
     editor.reply(L"sub").reply(L"10,20").reply(L"2").reply(L"90");
@@ -198,6 +199,21 @@ TEST_F(DgnAttach, CommandLineRefusesBadAnswersThenPlacesWithTypedValues)
     ASSERT_TRUE(koraRunCommand(L"LIST"));
     EXPECT_NE(list.transcript().find(L"DGNUNDERLAY"), KoString::npos) << list.transcript().toUtf8();
     EXPECT_NE(list.transcript().find(L"1 entities."), KoString::npos) << list.transcript().toUtf8();
+}
+
+TEST_F(DgnAttach, AV8FileOffersItsModelAndAttachesIt)
+{
+    const KoString v8 = KoString::fromUtf8((kData / "v8" / "test_dgnv8.dgn").string());
+    TestEditor editor;
+    editor.reply(v8).reply(L"").reply(L"").reply(L"0,0").reply(L"").reply(L"");
+    attachAtCommandLine();
+    EXPECT_EQ(editor.prompts()[1], L"Enter name of model or [?] <my_model>:");
+    const std::vector<KoDbObjectId> refs = references();
+    ASSERT_EQ(refs.size(), 1u);
+    KoDbObjectPointer<KoDbDgnDefinition> definition(placed(refs[0]).definition);
+    ASSERT_TRUE(definition);
+    EXPECT_EQ(definition->getItemName(), L"my_model");
+    EXPECT_TRUE(definition->isLoaded());
 }
 
 TEST_F(DgnAttach, EnterTakesTheDefaultsAndAttachingAgainReusesTheDefinition)

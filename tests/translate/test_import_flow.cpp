@@ -46,9 +46,9 @@ TEST_F(ImportFlow, APlainNameGetsTheDgnExtensionAndTheChoicesAreStored)
 
 TEST_F(ImportFlow, OtherExtensionsMissingAndUnreadableFilesAreAskedAgain)
 {
-    fs::copy_file(fs::path(KORA_TEST_DATA_DIR) / "dgn" / "v8" / "test_dgnv8.dgn", dir / "v8.dgn");
+    fs::copy_file(fs::path(KORA_TEST_DATA_DIR) / "dgn" / "LICENSE.GDAL.txt", dir / "text.dgn");
     TestEditor editor;
-    editor.reply(L"").reply(text(dir / "plan.dwg")).reply(text(dir / "absent")).reply(text(dir / "v8.dgn")).cancel();
+    editor.reply(L"").reply(text(dir / "plan.dwg")).reply(text(dir / "absent")).reply(text(dir / "text.dgn")).cancel();
     run(L"-DGNIMPORT", editor);
     EXPECT_EQ(editor.prompts(),
               (std::vector<KoString>{kFilePrompt, kFilePrompt, kUnsupportedPrompt, kUnsupportedPrompt, kUnsupportedPrompt}));
