@@ -65,7 +65,10 @@ protected:
 
 Control::~Control()
 {
-    if (m_dialog) m_dialog->forgetControl(this);
+    if (!m_dialog) return;
+    m_dialog->forgetControl(this);
+    // A widget outliving its control would call hooks of a gone object.
+    delete m_widget;
 }
 
 void Control::attach(CKdUiBaseDialog& dialog, int id, QWidget* widget, const Rect& layout)
@@ -335,6 +338,7 @@ void SortHeader::setSortState(int column, bool ascending)
     m_column = column;
     m_ascending = ascending;
     if (auto* header = qobject_cast<QHeaderView*>(m_header)) {
+        header->setSortIndicatorShown(true);
         header->setSortIndicator(column, ascending ? Qt::AscendingOrder : Qt::DescendingOrder);
         header->viewport()->update();
     }
@@ -349,7 +353,9 @@ public:
     {
         keyHook = &owner.onKey;
         menuHook = &owner.onContextMenu;
+        QObject::connect(header(), &QHeaderView::sectionResized, this, [this] { placeEditor(); });
     }
+    ~TreeView() override { delete std::exchange(m_editor, nullptr); }
 
     QTreeWidgetItem* row(int index) const { return index >= 0 && index < topLevelItemCount() ? topLevelItem(index) : nullptr; }
     int indexOf(const QTreeWidgetItem* item) const { return item ? indexOfTopLevelItem(const_cast<QTreeWidgetItem*>(item)) : -1; }
@@ -550,7 +556,21 @@ int ListCtrl::insertColumn(int index, const KoString& title, int width, Align al
 bool ListCtrl::deleteColumn(int index)
 {
     TreeView* view = tree(this);
-    return view && index >= 0 && index < view->columnCount() && view->model()->removeColumn(index);
+    if (!view || index < 0 || index >= view->columnCount()) return false;
+    // A tree widget only drops its last columns: the ones after the column
+    // move down by one first, with their texts, looks and widths.
+    const int last = view->columnCount() - 1;
+    auto shift = [index, last](QTreeWidgetItem* item) {
+        for (int c = index; c < last; ++c) {
+            for (int role : {Qt::DisplayRole, Qt::TextAlignmentRole, Qt::ForegroundRole, Qt::BackgroundRole})
+                item->setData(c, role, item->data(c + 1, role));
+        }
+    };
+    shift(view->headerItem());
+    for (int r = 0; r < view->topLevelItemCount(); ++r) shift(view->topLevelItem(r));
+    for (int c = index; c < last; ++c) view->header()->resizeSection(c, view->header()->sectionSize(c + 1));
+    view->setColumnCount(last);
+    return true;
 }
 
 int ListCtrl::columnCount() const
