@@ -1,12 +1,13 @@
-// What the kit installs into the runtime when it is loaded: message boxes
-// and help. Without a display both stay as the runtime has them (asked and
-// said at the command line).
+// What the kit installs into the runtime: message boxes and help. Without
+// a display both stay as the runtime has them (asked and said at the
+// command line).
 #include <QApplication>
 #include <QDesktopServices>
 #include <QMessageBox>
 #include <QUrl>
 
 #include <filesystem>
+#include <utility>
 
 #include "kora/editor.h"
 #include "kora/msgbox.h"
@@ -74,12 +75,14 @@ bool showHelpPage(const wchar_t*, const wchar_t* topic)
     return QDesktopServices::openUrl(QUrl::fromLocalFile(toQ(page)));
 }
 
-[[maybe_unused]] const bool installed = [] {
+}  // namespace
+
+void installHostServices()
+{
+    static bool installed = false;
+    if (std::exchange(installed, true)) return;
     commandLineBox() = koraSetMessageBoxHandler(qtMessageBox);
     koraSetHelpHandler(showHelpPage);
-    return true;
-}();
-
-}  // namespace
+}
 
 }  // namespace Kora::Ui

@@ -16,6 +16,7 @@ class UiTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        Kora::Ui::installHostServices();
         ASSERT_TRUE(Kora::Ui::ensureApplication());
         Kora::Ui::Test::clear();
         unsetenv("KORA_DPI_SCALE");

@@ -25,6 +25,12 @@ KORA_API bool hasDisplay();
 // Answers false without a display.
 KORA_API bool ensureApplication();
 
+// Installs the kit's message boxes and help into the runtime (the host does
+// it at start; more calls do nothing). Message boxes are then answered by
+// the test queue, else shown as Qt boxes when there is a display, else
+// asked at the command line as before; help opens the topic's page.
+KORA_API void installHostServices();
+
 // Prints at the command line that the command needs a display and that its
 // dash form works without one ("DGNATTACH" -> "-DGNATTACH").
 KORA_API void reportNeedsDisplay(const wchar_t* command);
