@@ -35,18 +35,19 @@ public:
           m_source(source),
           m_data(data),
           m_path(source.path),
-          m_models(source.models)
+          m_models(source.models),
+          m_activePathText(source.path)
     {
     }
 
 protected:
     void CreateControls() override
     {
-        add<Label>(0, L"File:", Rect{10, 12, 70, 20});
-        m_pathLabel.create(*this, kPath, m_path, {80, 12, 340, 20}, Elide::Middle);
+        add<Label>(0, L"File:", Rect{10, 12, 80, 20});
+        m_pathLabel.create(*this, kPath, m_path, {95, 12, 325, 20}, Elide::Middle);
         add<Button>(kBrowse, L"Browse...", Rect{430, 8, 80, 26});
-        add<Label>(0, L"Saved path:", Rect{10, 42, 70, 20});
-        m_activePath.create(*this, kActivePath, m_path, {80, 40, 430, 22});
+        add<Label>(0, L"Saved path:", Rect{10, 42, 80, 20});
+        m_activePath.create(*this, kActivePath, m_path, {95, 40, 415, 22});
 
         add<Label>(0, L"Model:", Rect{10, 72, 200, 20});
         m_modelList.create(*this, kModels, {10, 92, 200, 150});
@@ -193,6 +194,7 @@ private:
     KoUiDgnAttachData& m_data;
     KoString m_path;
     std::vector<KoString> m_models;
+    KoString m_activePathText;
     Label m_pathLabel;
     Edit m_activePath;
     ListBox m_modelList;
@@ -204,7 +206,6 @@ private:
     KoString m_point[3];
     KoString m_scale;
     KoString m_rotation;
-    KoString m_activePathText;
 };
 
 }  // namespace

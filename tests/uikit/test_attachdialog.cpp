@@ -26,12 +26,14 @@ TEST_F(AttachDialogTest, ShowsTheCommandsDefaultsAndGivesBackTheChoices)
 {
     bool insertionPicked = false;
     bool rotationPicked = true;
+    QString shownPath;
     DialogDriver driver;
     driver.on(kDialogId)
         .call([&](QDialog& dialog) {
             // The command's block: insertion and scale on screen, rotation not.
             insertionPicked = dialog.findChild<QWidget*>("control705")->property("checked").toBool();
             rotationPicked = dialog.findChild<QWidget*>("control711")->property("checked").toBool();
+            shownPath = dialog.findChild<QWidget*>("control703")->property("text").toString();
         })
         .pickRow(kModels, 1)
         .check(kPickInsertion, false)
@@ -50,6 +52,7 @@ TEST_F(AttachDialogTest, ShowsTheCommandsDefaultsAndGivesBackTheChoices)
     EXPECT_TRUE(driver.problems().empty()) << driver.problems().front();
     EXPECT_TRUE(insertionPicked);
     EXPECT_FALSE(rotationPicked);
+    EXPECT_EQ(shownPath, QString("/drawings/site.dgn")) << "the saved path starts as the file's";
 
     EXPECT_EQ(data.sourcePath, L"/drawings/site.dgn");
     EXPECT_EQ(data.activePath, L"../site.dgn");
