@@ -28,7 +28,7 @@ struct BoxPress {
             title = box->windowTitle();
             icon = box->icon();
             buttons = box->standardButtons();
-            if (press == QMessageBox::NoButton) box->reject();
+            if (press == QMessageBox::NoButton) QTest::keyClick(box, Qt::Key_Escape);
             else box->button(press)->click();
         });
     }
@@ -69,6 +69,10 @@ TEST_F(MessageBoxTest, ShownBoxesUseThePlatformNumbers)
     escaped.arm();
     EXPECT_EQ(koraMessageBox(L"Continue?", nullptr, KOMB_OKCANCEL | KOMB_ICONINFORMATION), KOID_CANCEL);
     EXPECT_EQ(escaped.icon, QMessageBox::Information);
+
+    BoxPress escapedYesNo{QMessageBox::NoButton, {}, {}, {}};
+    escapedYesNo.arm();
+    EXPECT_EQ(koraMessageBox(L"Need 3d seed file.", nullptr, KOMB_YESNO | KOMB_ICONWARNING), KOID_NO) << "Escape is No without Cancel";
 
     BoxPress ok{QMessageBox::Ok, {}, {}, {}};
     ok.arm();
