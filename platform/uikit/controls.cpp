@@ -373,12 +373,12 @@ public:
         m_editColumn = column;
         m_oldText = row(r)->text(column);
         if (choices.empty()) {
-            auto* edit = new CellEdit(*this, viewport());
+            auto* edit = new CellEditor<QLineEdit>(*this, viewport());
             edit->setText(m_oldText);
             edit->selectAll();
             m_editor = edit;
         } else {
-            auto* combo = new CellCombo(*this, viewport());
+            auto* combo = new CellEditor<QComboBox>(*this, viewport());
             for (const KoString& choice : choices) combo->addItem(toQ(choice));
             combo->setCurrentIndex(combo->findText(m_oldText, Qt::MatchFixedString));
             QObject::connect(combo, &QComboBox::activated, combo, [this] { endEdit(true); });
@@ -445,43 +445,24 @@ protected:
     }
 
 private:
-    class CellEdit final : public QLineEdit {
+    // An in-place editor (an edit box or a drop-down): Enter commits and,
+    // like Escape, must not reach the dialog's default button; losing the
+    // focus commits, except to the drop-down's own popup.
+    template <class Base>
+    class CellEditor final : public Base {
     public:
-        CellEdit(TreeView& view, QWidget* parent) : QLineEdit(parent), m_view(view) {}
-
-    protected:
-        // Enter must not reach the dialog's default button.
-        void keyPressEvent(QKeyEvent* event) override
-        {
-            if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) return m_view.endEdit(true);
-            if (event->key() == Qt::Key_Escape) return m_view.endEdit(false);
-            QLineEdit::keyPressEvent(event);
-        }
-        void focusOutEvent(QFocusEvent* event) override
-        {
-            QLineEdit::focusOutEvent(event);
-            if (event->reason() != Qt::PopupFocusReason) m_view.endEdit(true);
-        }
-
-    private:
-        TreeView& m_view;
-    };
-
-    class CellCombo final : public QComboBox {
-    public:
-        CellCombo(TreeView& view, QWidget* parent) : QComboBox(parent), m_view(view) {}
+        CellEditor(TreeView& view, QWidget* parent) : Base(parent), m_view(view) {}
 
     protected:
         void keyPressEvent(QKeyEvent* event) override
         {
             if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) return m_view.endEdit(true);
             if (event->key() == Qt::Key_Escape) return m_view.endEdit(false);
-            QComboBox::keyPressEvent(event);
+            Base::keyPressEvent(event);
         }
         void focusOutEvent(QFocusEvent* event) override
         {
-            QComboBox::focusOutEvent(event);
-            // Opening the drop-down takes the focus away for a while.
+            Base::focusOutEvent(event);
             if (event->reason() != Qt::PopupFocusReason) m_view.endEdit(true);
         }
 
