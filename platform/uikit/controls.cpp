@@ -22,6 +22,8 @@
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
+#include <optional>
+
 #include "kora/ui/dialog.h"
 #include "uikitqt.h"
 
@@ -126,6 +128,20 @@ void Control::setToolTip(const KoString& text)
     if (m_widget) m_widget->setToolTip(toQ(text));
 }
 
+Rect Control::mapToDialog(const Rect& client) const
+{
+    if (!m_widget) return {};
+    QWidget* area = m_widget;
+    if (auto* scroll = qobject_cast<QAbstractScrollArea*>(m_widget)) area = scroll->viewport();
+    const QPoint origin = area->mapTo(m_widget->window(), QPoint(client.x, client.y));
+    return Rect{origin.x(), origin.y(), client.width, client.height};
+}
+
+void Control::setFontFrom(const Control& other)
+{
+    if (m_widget && other.m_widget) m_widget->setFont(other.m_widget->font());
+}
+
 // ---------------------------------------------------------------------------
 // Button
 
@@ -191,6 +207,7 @@ namespace {
 class HookedEdit final : public QLineEdit {
 public:
     explicit HookedEdit(Edit& owner, QWidget* parent) : QLineEdit(parent), m_owner(owner) {}
+    std::optional<QColor> frame;
 
 protected:
     void keyPressEvent(QKeyEvent* event) override
@@ -205,6 +222,14 @@ protected:
     {
         QLineEdit::focusOutEvent(event);
         if (event->reason() != Qt::PopupFocusReason && m_owner.onFocusLost) m_owner.onFocusLost();
+    }
+    void paintEvent(QPaintEvent* event) override
+    {
+        QLineEdit::paintEvent(event);
+        if (!frame) return;
+        QPainter painter(this);
+        painter.setPen(*frame);
+        painter.drawRect(rect().adjusted(1, 0, -2, -1));
     }
 
 private:
@@ -225,6 +250,15 @@ void Edit::create(CKdUiBaseDialog& dialog, int id, const KoString& text, const R
 void Edit::setReadOnly(bool on)
 {
     if (auto* edit = qobject_cast<QLineEdit*>(widget())) edit->setReadOnly(on);
+}
+
+void Edit::setFrameColour(Colour colour)
+{
+    if (auto* edit = dynamic_cast<HookedEdit*>(widget())) {
+        edit->setFrame(false);
+        edit->frame = toQ(colour);
+        edit->update();
+    }
 }
 
 void Edit::selectAll()

@@ -3,6 +3,7 @@
 // tabs and popup menus.
 #include <QContextMenuEvent>
 #include <QDialog>
+#include <QAbstractScrollArea>
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QTreeWidget>
@@ -225,6 +226,24 @@ TEST_F(ControlsTest, TabsReportTheirChoiceAndLeaveRoomForPages)
     EXPECT_EQ(pages.x, whole.x);
     EXPECT_GT(pages.y, whole.y);
     EXPECT_EQ(pages.y + pages.height, whole.y + whole.height);
+}
+
+TEST_F(ControlsTest, AnEditorPlacedOverAListBoxRowCoversIt)
+{
+    for (const wchar_t* name : {L"standard", L"Roads", L"Rivers"}) host.box.addString(name);
+    Edit& editor = host.add<Edit>(400, L"Roads", Rect{});
+    const Rect row = host.box.itemRect(1);
+    const Rect over = host.box.mapToDialog({row.x - 1, row.y - 2, row.width + 2, row.height + 4});
+    editor.move(over);
+    QWidget* rows = static_cast<QAbstractScrollArea*>(host.box.widget())->viewport();
+    const QPoint centre = rows->mapFrom(host.window(), editor.widget()->geometry().center());
+    EXPECT_EQ(host.box.itemFromPoint({centre.x(), centre.y()}), 1);
+
+    editor.setFrameColour({0, 127, 255});
+    const QImage image = editor.widget()->grab().toImage();
+    EXPECT_EQ(image.pixelColor(1, image.height() / 2), QColor(0, 127, 255));
+    EXPECT_EQ(image.pixelColor(image.width() - 2, image.height() / 2), QColor(0, 127, 255));
+    EXPECT_NE(image.pixelColor(0, image.height() / 2), QColor(0, 127, 255)) << "the frame is narrowed by a pixel";
 }
 
 TEST_F(ControlsTest, TheClipboardCarriesText)

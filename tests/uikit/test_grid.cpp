@@ -3,6 +3,8 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QLineEdit>
+#include <QHelpEvent>
+#include <QToolTip>
 #include <QTreeWidget>
 
 #include "kora/ui/dialog.h"
@@ -176,4 +178,12 @@ TEST_F(GridTest, TheKeyboardMovesBetweenCellsAndOpensTheEditor)
     QTest::keyClick(host.grid.widget(), Qt::Key_F2);
     ASSERT_NE(edit(), nullptr);
     EXPECT_EQ(edit()->text(), QString("Layer 2"));
+}
+
+TEST_F(GridTest, TheCellUnderTheMouseShowsItsText)
+{
+    const QPoint at = centreOf(1, 1);
+    QHelpEvent help(QEvent::ToolTip, at, viewport()->mapToGlobal(at));
+    QApplication::sendEvent(viewport(), &help);
+    EXPECT_EQ(QToolTip::text(), QString("Layer 2"));
 }

@@ -87,6 +87,12 @@ public:
     void setFocus();
     bool hasFocus() const;
     void setToolTip(const KoString& text);
+    // A rectangle of the control's client area (a list's rows, under its
+    // header) in the dialog's pixels: where an editor placed over a row of
+    // the control goes.
+    Rect mapToDialog(const Rect& client) const;
+    // Takes another control's font (a label drawn in a button's font).
+    void setFontFrom(const Control& other);
 
 protected:
     // Registers the control with its dialog; the widget becomes a child of
@@ -115,6 +121,9 @@ public:
     void create(CKdUiBaseDialog& dialog, int id, const KoString& text, const Rect& layout, bool readOnly = false);
     void setReadOnly(bool on);
     void selectAll();
+    // Draws a one-pixel frame of this colour inside the edit's rectangle,
+    // narrowed by one pixel left and right, instead of the style's frame.
+    void setFrameColour(Colour colour);
 
     KeyHook onKey;
     std::function<void()> onFocusLost;
