@@ -274,6 +274,8 @@ CKoUiDialog::CKoUiDialog(int dialogId, const KoString& title, int width, int hei
     m_beforeDestroy = [this] { savePlacement(); };
 }
 
+CKoUiDialog::~CKoUiDialog() { DestroyWindow(); }
+
 namespace {
 constexpr const wchar_t* kPlacementNames[] = {L"WindowLeft", L"WindowTop", L"WindowWidth", L"WindowHeight"};
 }

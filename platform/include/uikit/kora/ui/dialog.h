@@ -184,6 +184,8 @@ class KORA_API CKoUiDialog : public CKdUiDialog {
 public:
     // An empty key stands for "Dialog<id>".
     CKoUiDialog(int dialogId, const KoString& title, int width, int height, const KoString& placementKey = {});
+    // A window still open is closed here, while its place can be saved.
+    ~CKoUiDialog() override;
 
     const KoString& placementKey() const { return m_key; }
 
