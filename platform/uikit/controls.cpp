@@ -17,6 +17,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QStyle>
+#include <QStyledItemDelegate>
 #include <QTabBar>
 #include <QToolTip>
 #include <QTreeWidget>
@@ -547,6 +548,33 @@ void ListCtrl::create(CKdUiBaseDialog& dialog, int id, const Rect& layout)
         if (row >= 0 && onSelectionChanged) onSelectionChanged(row);
     });
     attach(dialog, id, view, layout);
+}
+
+namespace {
+
+class RowHeight final : public QStyledItemDelegate {
+public:
+    RowHeight(int pixels, QObject* parent) : QStyledItemDelegate(parent), m_pixels(pixels) {}
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override
+    {
+        QSize size = QStyledItemDelegate::sizeHint(option, index);
+        if (m_pixels > 0) size.setHeight(m_pixels);
+        return size;
+    }
+
+private:
+    int m_pixels;
+};
+
+}  // namespace
+
+void ListCtrl::setRowHeight(int pixels)
+{
+    TreeView* view = tree(this);
+    if (!view) return;
+    QAbstractItemDelegate* previous = view->itemDelegate();
+    view->setItemDelegate(new RowHeight(pixels, view));
+    if (previous && previous->parent() == view) previous->deleteLater();
 }
 
 void ListCtrl::setFullRowSelect(bool on)

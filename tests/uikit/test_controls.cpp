@@ -152,6 +152,10 @@ TEST_F(ControlsTest, RowsAreSelectedFoundAndColoured)
     EXPECT_EQ(host.list.widget()->palette().color(QPalette::Inactive, QPalette::Highlight), QColor(49, 106, 197))
         << "the selection looks the same without the focus";
 
+    host.list.setRowHeight(24);
+    EXPECT_EQ(host.list.itemRect(0, 0).height, 24);
+    EXPECT_EQ(host.list.itemRect(1, 0).y, host.list.itemRect(0, 0).y + 24);
+
     EXPECT_TRUE(host.list.deleteItem(2));
     EXPECT_EQ(host.list.itemCount(), 2);
     EXPECT_TRUE(host.list.deleteColumn(1));

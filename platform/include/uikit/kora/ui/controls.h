@@ -176,6 +176,8 @@ public:
     int columnWidth(int column) const;
     // Selection (and the focus frame) over whole rows; on by default.
     void setFullRowSelect(bool on);
+    // Every row this many pixels high (0: as the font needs).
+    void setRowHeight(int pixels);
     void setColumnWidth(int column, int width);
     SortHeader& header() { return m_header; }
 
