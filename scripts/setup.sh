@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config git file
   libgtest-dev libgmock-dev libbenchmark-dev
-  qt6-base-dev libgl-dev
+  qt6-base-dev libgl-dev fonts-dejavu-core
   libedit-dev libcurl4-openssl-dev python3-pyftpdlib zlib1g-dev
   gdal-bin python3-gdal python3-ezdxf
   clang libclang-rt-14-dev

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 #include "kora/editorbackend.h"
@@ -369,7 +370,19 @@ int koedTextScr()
     return KORTNORM;
 }
 
+namespace {
+KoHelpHandler g_helpHandler = nullptr;
+}
+
+KoHelpHandler koraSetHelpHandler(KoHelpHandler handler)
+{
+    return std::exchange(g_helpHandler, handler);
+}
+
 int koedHelp(const wchar_t* helpFile, const wchar_t* topic, int)
 {
-    return g_backend && g_backend->showHelp(helpFile ? helpFile : L"", topic ? topic : L"") ? KORTNORM : KORTERROR;
+    if (!helpFile) helpFile = L"";
+    if (!topic) topic = L"";
+    if (g_helpHandler) return g_helpHandler(helpFile, topic) ? KORTNORM : KORTERROR;
+    return g_backend && g_backend->showHelp(helpFile, topic) ? KORTNORM : KORTERROR;
 }

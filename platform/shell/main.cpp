@@ -16,6 +16,7 @@
 #include "kora/docman.h"
 #include "kora/editor.h"
 #include "kora/host.h"
+#include "kora/ui/application.h"
 
 namespace fs = std::filesystem;
 
@@ -106,6 +107,10 @@ int main(int argc, char** argv)
     const bool interactive = script.empty() && isatty(STDIN_FILENO);
     koraSetEditorBackend(interactive ? static_cast<KoEditorBackend*>(&terminal) : &output);
     koraRegisterHostCommands();
+    // Message boxes and help through the dialog kit. Its Qt application is
+    // made only when the first dialog needs one and a display exists; until
+    // then, and always without a display, the console is all there is.
+    Kora::Ui::installHostServices();
 
     std::error_code ec;
     const fs::path exe = fs::read_symlink("/proc/self/exe", ec);

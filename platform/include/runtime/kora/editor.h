@@ -86,4 +86,12 @@ KORA_API int koedFindFile(const wchar_t* fileName, wchar_t* result, size_t bufLe
 KORA_API int koedTextScr();
 
 // Shows help: a help file and topic. Answers KORTERROR when there is none.
+// The help handler decides how help is shown; without one the editor back
+// end is asked.
 KORA_API int koedHelp(const wchar_t* helpFile, const wchar_t* topic, int command);
+
+// Replaces how help is shown (the dialog kit installs its help viewer): the
+// handler answers false when it could not show the topic. Answers the
+// previous handler; an empty one gives help back to the editor back end.
+using KoHelpHandler = bool (*)(const wchar_t* helpFile, const wchar_t* topic);
+KORA_API KoHelpHandler koraSetHelpHandler(KoHelpHandler handler);

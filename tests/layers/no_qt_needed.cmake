@@ -1,0 +1,12 @@
+# Fails when LIBRARY names a Qt library among its NEEDED entries.
+execute_process(COMMAND readelf -d ${LIBRARY} OUTPUT_VARIABLE dynamic RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "readelf cannot read ${LIBRARY}")
+endif()
+string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*\\[[^]]*\\]" needed "${dynamic}")
+foreach(entry ${needed})
+  if(entry MATCHES "\\[libQt")
+    message(FATAL_ERROR "${LIBRARY} links Qt: ${entry}")
+  endif()
+endforeach()
+message(STATUS "${LIBRARY}: no Qt among ${needed}")
