@@ -452,7 +452,10 @@ std::size_t Importer::importElement(std::size_t index, const Sink& sink)
     }
     switch (header.type) {
     case ElementType::Line:
-        if (const auto* line = element.as<Line>())
+        // A line that starts where it ends is how V7 files hold a point.
+        if (const auto* line = element.as<Line>(); line && line->start == line->end)
+            add(new KoDbPoint(point(line->start, sink)), header, sink);
+        else if (line)
             add(new KoDbLine(point(line->start, sink), point(line->end, sink)), header, sink);
         break;
     case ElementType::LineString:

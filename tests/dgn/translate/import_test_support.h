@@ -2,6 +2,7 @@
 // made, and auditing the drawing with ezdxf.
 #pragma once
 
+#include "dbtest.h"
 #include "dgn_test_support.h"
 
 #include <map>
@@ -14,8 +15,6 @@
 #include "kora/dxf/dxf.h"
 
 namespace Kora::Test {
-
-inline KoString wide(const std::filesystem::path& path) { return KoString::fromUtf8(path.string()); }
 
 inline int importFile(const std::filesystem::path& file, KoDbDatabase& db, DgnTranslationReport& report,
                       DgnImportState state = {}, KxDgnExportInternalService* service = nullptr)
