@@ -70,7 +70,7 @@ bool askVersion(int& version)
 {
     KoString reply;
     const int result = askKeyword(loadLocalString(420, L"V7 V8 7 8 _V7 V8 7 8 "),
-                                  KoString::format(loadLocalString(421, L"Enter DGN file format [V7/V8] <%s>: "),
+                                  KoString::format(loadLocalString(421, L"输入 DGN 文件格式 [V7/V8] <%s>: "),
                                                    version == kDgnVersionV7 ? L"V7" : L"V8"),
                                   reply);
     if (result == KORTNORM) {
