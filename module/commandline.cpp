@@ -46,6 +46,8 @@ int askKeyword(const KoString& keywords, const KoString& prompt, KoString& reply
 
 void printLine(const KoString& message) { koutPrintf(L"%s\n", message.c_str()); }
 
+void reportFileDialogNeedsDisplay() { printLine(L"\nThe file dialog needs a display; type the file's path instead."); }
+
 void printOutcome(int result, const DgnTranslationReport& report)
 {
     if (report.cancelled) printLine(loadLocalString(164, L"\nTranslation cancelled."));

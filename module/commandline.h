@@ -18,6 +18,9 @@ int askString(const KoString& prompt, KoString& reply);
 int askKeyword(const KoString& keywords, const KoString& prompt, KoString& reply);
 // Prints a message on a line of its own.
 void printLine(const KoString& message);
+// Said when "~" at a file prompt finds no display for the file dialog;
+// the command then ends as if the dialog had been closed.
+void reportFileDialogNeedsDisplay();
 // The last line of a translation: successful, failed or cancelled.
 void printOutcome(int result, const DgnTranslationReport& report);
 // A short system variable, or `fallback` when the host cannot answer.

@@ -5,8 +5,10 @@
 #include "DgnModelUnits.h"
 #include "DgnUnderlayCreation.h"
 #include "KoEdDgnAttachJig.h"
+#include "commandline.h"
 #include "kora/docman.h"
 #include "kora/editor.h"
+#include "kora/ui/application.h"
 #include "module.h"
 
 KORX_DEFINE_MEMBERS(DgnAttachCommand, KoEdCommand)
@@ -36,6 +38,7 @@ void attachWithDialog(int fileDia)
     // FILEDIA values other than 0 and 1 go straight to the options with no file.
     if (fileDia == 0 || fileDia == 1) {
         if (located == Located::kFileDialog) located = locateByDialog(file, dgnPath);
+        if (located == Located::kNoDisplay) Kora::Ui::reportNeedsDisplay(L"DGNATTACH");
         if (located != Located::kLoaded) return;
     }
     attachWithOptionsDialog(dgnPath, file);
@@ -47,6 +50,7 @@ void attachAtCommandLine()
     KoString dgnPath;
     Located located = locateByPrompt(true, Report::kCommandLine, file, dgnPath);
     if (located == Located::kFileDialog) located = locateByDialog(file, dgnPath);
+    if (located == Located::kNoDisplay) reportFileDialogNeedsDisplay();
     if (located != Located::kLoaded) return;
 
     KoString modelName;

@@ -7,7 +7,8 @@
 
 namespace Kora::DgnCommands {
 
-enum class Located { kLoaded, kFileDialog, kCancelled };
+// kNoDisplay: the file dialog was wanted but cannot be shown.
+enum class Located { kLoaded, kFileDialog, kCancelled, kNoDisplay };
 
 // Where refusals are told: on the command line, or in message boxes (the
 // dialog flow).

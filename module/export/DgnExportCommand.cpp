@@ -10,6 +10,8 @@
 #include "kora/docman.h"
 #include "kora/editor.h"
 #include "kora/progress.h"
+#include "kora/ui/application.h"
+#include "kora/ui/filedialog.h"
 #include "kora/userpaths.h"
 #include "mapping/DgnSetupFile.h"
 #include "mapping/DgnTranslationSettings.h"
@@ -84,8 +86,9 @@ bool askVersion(int& version)
 }
 
 // Asks for the output file until one is accepted: its folder exists, and
-// the user agreed to replace it when it exists. False when the user cancels.
-bool askOutputFile(const KoString& defaultFile, KoString& output)
+// the user agreed to replace it when it exists. "~" opens the file dialog
+// at `dialogStart`, offering only `version`. False when the user cancels.
+bool askOutputFile(const KoString& defaultFile, const KoString& dialogStart, int version, KoString& output)
 {
     const KoString prompt =
         KoString::format(loadLocalString(115, L"Enter filename for DGN export <%s>: "), defaultFile.c_str());
@@ -96,13 +99,21 @@ bool askOutputFile(const KoString& defaultFile, KoString& output)
             if (defaultFile.length() >= kReplyChars) return false;
             reply = defaultFile;
         }
-        // The file dialog arrives with the dialog kit; until then "~" is a
-        // dialog the user closed.
-        if (reply == L"~") return false;
+        // A file from the dialog is in a folder the dialog has shown.
+        const bool fromDialog = reply == L"~";
+        if (fromDialog) {
+            KoString chosen;
+            const int result = getFileNameByFileDialog(loadLocalString(114, L"Export a dgn file"), dialogStart, L"dgn",
+                                                       0x8008005, version == kDgnVersionV7 ? L"V7 DGN (*.dgn)" : L"V8 DGN (*.dgn)",
+                                                       chosen);
+            if (result == Kora::Ui::kNeedsDisplay) reportFileDialogNeedsDisplay();
+            if (result != 0 || chosen.length() >= kReplyChars) return false;
+            reply = chosen;
+        }
         // A bare name is looked for as it stands: it passes only when
         // something of that name exists in the current folder.
         const KoString folder = folderOf(reply);
-        if (!pathExists(folder.isEmpty() ? reply : folder)) {
+        if (!fromDialog && !pathExists(folder.isEmpty() ? reply : folder)) {
             printLine(loadLocalString(116, L"Invalid path."));
             if (askString(prompt, reply) == KORTCAN) return false;
             continue;
@@ -196,14 +207,34 @@ int exportDrawing(DgnExport& parameters, const KoString& output, KoDbDatabase* d
     return result;
 }
 
+// Where the export settings dialog goes once it is built; until then the
+// dialog form ends here and points to the command-line form.
+void exportWithSettingsDialog(const ExportStart&, const KoString&)
+{
+    printLine(L"\nThe DGN export settings dialog is not available yet; use -DGNEXPORT to export at the command line.");
+}
+
 }  // namespace
 
 void exportWithDialogs()
 {
-    // Without file dialogs the dialog form asks at the command line; the
-    // file dialog itself comes with the dialog kit, and until then DGNEXPORT
-    // ends as if the user closed it.
-    if (shortVariable(L"FILEDIA", 1) == 0) exportAtCommandLine();
+    if (shortVariable(L"FILEDIA", 1) == 0) {
+        exportAtCommandLine();
+        return;
+    }
+    ExportStart start = startExport();
+    if (!start.database) return;
+    // The filter index is the version: V8 first, V7 second.
+    int version = start.version;
+    KoString output;
+    const int result = getFileNameByFileDialog(loadLocalString(114, L"Export a dgn file"), start.lastFolder + drawingBaseName(),
+                                               L"dgn;dgn", 0x8088005, L"V8 DGN (*.dgn)|V7 DGN (*.dgn)", output, &version);
+    if (result == Kora::Ui::kNeedsDisplay) Kora::Ui::reportNeedsDisplay(L"DGNEXPORT");
+    if (result != 0) return;
+    start.version = version == kDgnVersionV7 ? kDgnVersionV7 : kDgnVersionV8;
+    setShortVariable(kExportType, start.version);
+    storeInitialDirectory(kExportDialog, folderOf(output));
+    exportWithSettingsDialog(start, output);
 }
 
 void exportAtCommandLine()
@@ -212,7 +243,8 @@ void exportAtCommandLine()
     if (!start.database) return;
     if (!askVersion(start.version)) return;
     KoString output;
-    if (!askOutputFile(start.lastFolder + drawingBaseName() + L".dgn", output)) return;
+    if (!askOutputFile(start.lastFolder + drawingBaseName() + L".dgn", start.lastFolder + drawingBaseName(), start.version, output))
+        return;
     storeInitialDirectory(kExportDialog, folderOf(output));
 
     DgnExportChoices choices;

@@ -6,6 +6,8 @@
 #include "kora/docman.h"
 #include "kora/editor.h"
 #include "kora/progress.h"
+#include "kora/ui/application.h"
+#include "kora/ui/filedialog.h"
 #include "module.h"
 
 KORX_DEFINE_MEMBERS(DgnImportCommand, KoEdCommand)
@@ -23,6 +25,29 @@ namespace {
 
 constexpr const wchar_t* kImportDialog = L"DgnImportFileDlg";
 
+// The file navigation dialog, opened in the folder of the last import; the
+// chosen file's folder is kept for the next one. Answers KORTNORM with
+// `path`, KORTCAN, or KORTERROR when there is no display.
+int importFileByDialog(KoString& path)
+{
+    KoString folder;
+    readInitialDirectory(kImportDialog, folder);
+    koresbuf* chosen = nullptr;
+    const int result = koedGetFileNavDialog(loadLocalString(124, L"Import a dgn file"), folder, L"dgn", 0, &chosen);
+    if (result != KORTNORM) return result;
+    path = chosen->resval.rstring;
+    koutRelRb(chosen);
+    storeInitialDirectory(kImportDialog, folderOf(path));
+    return KORTNORM;
+}
+
+// Where the import settings dialog goes once it is built; until then the
+// dialog form ends here and points to the command-line form.
+void importWithSettingsDialog(const KoString&)
+{
+    printLine(L"\nThe DGN import settings dialog is not available yet; use -DGNIMPORT to import at the command line.");
+}
+
 // Asks for the file until the host finds a DGN file the library can read,
 // and loads it into the manager. False when the user cancels.
 bool askImportFile(CKoraDgnImportManger& manager)
@@ -32,9 +57,11 @@ bool askImportFile(CKoraDgnImportManger& manager)
         KoString reply;
         if (askString(prompt, reply) != KORTNORM) return false;
         if (reply.isEmpty()) continue;
-        // The file dialog arrives with the dialog kit; until then "~" is a
-        // dialog the user closed.
-        if (reply == L"~") return false;
+        if (reply == L"~") {
+            const int chosen = importFileByDialog(reply);
+            if (chosen == KORTERROR) reportFileDialogNeedsDisplay();
+            if (chosen != KORTNORM) return false;
+        }
         const int dot = reply.reverseFind(L'.');
         if (dot < folderOf(reply).length()) {
             reply += L".dgn";
@@ -134,10 +161,14 @@ void importIntoNewDrawing(void* data)
 
 void importWithDialogs()
 {
-    // Without file dialogs the dialog form asks at the command line; the
-    // file dialog itself comes with the dialog kit, and until then DGNIMPORT
-    // ends as if the user closed it.
-    if (shortVariable(L"FILEDIA", 1) == 0) importAtCommandLine();
+    if (shortVariable(L"FILEDIA", 1) == 0) {
+        importAtCommandLine();
+        return;
+    }
+    KoString path;
+    const int chosen = importFileByDialog(path);
+    if (chosen == KORTERROR) Kora::Ui::reportNeedsDisplay(L"DGNIMPORT");
+    if (chosen == KORTNORM) importWithSettingsDialog(path);
 }
 
 void importAtCommandLine()

@@ -14,7 +14,12 @@
 #include <iterator>
 #include <numbers>
 
+#include <QCoreApplication>
+#include <QDialog>
+#include <QVariant>
+
 #include "attach/DgnAttachCommand.h"
+#include "attach/DgnAttachDialogs.h"
 #include "attach/DgnFileLocation.h"
 #include "attach/KoEdDgnAttachJig.h"
 #include "kora/db/units.h"
@@ -25,12 +30,19 @@
 #include "kora/msgbox.h"
 #include "kora/sysvars.h"
 #include "module.h"
+#include "dialogdriver.h"
+#include "kora/ui/application.h"
+#include "kora/ui/attachdialog.h"
+#include "kora/ui/testhooks.h"
 #include "testeditor.h"
+#include "withoutdisplay.h"
 
 extern char** environ;
 
 namespace fs = std::filesystem;
 using Kora::DgnCommands::buildFtpUrl;
+using Kora::DgnCommands::modelsOf;
+namespace Attach = Kora::Ui::AttachDialog;
 
 namespace {
 
@@ -345,40 +357,151 @@ TEST_F(DgnAttach, AJigWithNothingToPickAppendsAtOnce)
     EXPECT_GT(ref->underlayLayers().size(), 0u);
 }
 
-TEST_F(DgnAttach, TheDialogFlowReportsInMessageBoxesAndStopsWhereADialogWouldOpen)
+TEST_F(DgnAttach, TheDialogFlowFindsTheFileInTheFileDialogAndPlacesItWithTheDialogsValues)
 {
     std::vector<KoString> boxes;
     const KoMessageBoxHandler previous = koraSetMessageBoxHandler([&](const wchar_t* text, const wchar_t*, unsigned) {
         boxes.emplace_back(text);
         return int(KOID_OK);
     });
-    const KoString kitMissing = L"needs the dialog kit";
+    ASSERT_EQ(koraSetSysVarText(L"FILEDIA", L"1"), KORTNORM);
+    // A file that is no design is refused and the dialog comes again.
+    Kora::Ui::Test::clear();
+    Kora::Ui::Test::queueFileDialogAnswer({KoString::fromUtf8((kData / "LICENSE.GDAL.txt").string())});
+    Kora::Ui::Test::queueFileDialogAnswer({kMetric});
+    bool insertionPicked = false, rotationPicked = true;
+    ASSERT_TRUE(Kora::Ui::ensureApplication());
+    Kora::Ui::Test::DialogDriver driver;
+    driver.on(Attach::kDialogId)
+        .call([&](QDialog& dialog) {
+            insertionPicked = dialog.findChild<QWidget*>("control705")->property("checked").toBool();
+            rotationPicked = dialog.findChild<QWidget*>("control711")->property("checked").toBool();
+        })
+        .check(Attach::kPickInsertion, false)
+        .type(Attach::kInsertionX, L"5")
+        .type(Attach::kInsertionY, L"6")
+        .type(Attach::kInsertionZ, L"7")
+        .check(Attach::kPickScale, false)
+        .type(Attach::kScale, L"3")
+        .type(Attach::kRotation, L"90")
+        .check(Attach::kSubUnits)
+        .ok();
+    TestEditor editor;
+    attachWithDialog();
+    koraSetMessageBoxHandler(previous);
+    EXPECT_TRUE(driver.problems().empty()) << driver.problems().front();
+    EXPECT_TRUE(editor.prompts().empty()) << "nothing is left to pick";
+
+    const auto asked = Kora::Ui::Test::fileDialogsAsked();
+    ASSERT_EQ(asked.size(), 2u);
+    EXPECT_EQ(asked[0].title, L"Select Reference File");
+    EXPECT_FALSE(asked[0].save);
+    EXPECT_EQ(asked[0].filters, (std::vector<KoString>{L"Microstation DGN(*.dgn)", L"All DGN File(*.*)"}));
+    EXPECT_EQ(boxes, std::vector<KoString>{L"You have selected an unsupported DGN file, only V7 and V8 files are supported."});
+    // The dialog attach starts with insertion and scale on screen, rotation typed.
+    EXPECT_TRUE(insertionPicked);
+    EXPECT_FALSE(rotationPicked);
+
+    const std::vector<KoDbObjectId> refs = references();
+    ASSERT_EQ(refs.size(), 1u);
+    expectPlaced(placed(refs[0]), {5, 6, 7}, 3.0, std::numbers::pi / 2);
+    KoDbObjectPointer<KoDbDgnDefinition> definition(placed(refs[0]).definition);
+    ASSERT_TRUE(definition);
+    EXPECT_EQ(definition->getSourceFileName(), kMetric);
+    EXPECT_EQ(definition->getItemName(), L"Default");
+    EXPECT_FALSE(definition->useMasterUnits());
+}
+
+TEST_F(DgnAttach, CancellingEitherDialogLeavesNothing)
+{
+    ASSERT_EQ(koraSetSysVarText(L"FILEDIA", L"1"), KORTNORM);
+    Kora::Ui::Test::clear();
+    Kora::Ui::Test::queueFileDialogAnswer({});
+    Kora::Ui::Test::queueFileDialogAnswer({kSmallTest});
+    ASSERT_TRUE(Kora::Ui::ensureApplication());
+    Kora::Ui::Test::DialogDriver driver;
+    driver.on(Attach::kDialogId).cancel();
+    TestEditor editor;
+    attachWithDialog();
+    attachWithDialog();
+    EXPECT_TRUE(driver.problems().empty()) << driver.problems().front();
+    EXPECT_EQ(Kora::Ui::Test::fileDialogsAsked().size(), 2u);
+    EXPECT_TRUE(editor.prompts().empty());
+    EXPECT_TRUE(references().empty());
+    EXPECT_TRUE(dictionary().isNull());
+}
+
+TEST_F(DgnAttach, WithNoFileAskedTheUserBrowsesAndPicksTheModelThenPlacesOnScreen)
+{
+    // A FILEDIA other than 0 and 1 goes straight to the options; the file
+    // is browsed to there and its models are read by the command.
+    const KoString v8 = KoString::fromUtf8((kData / "v8" / "test_dgnv8.dgn").string());
+    Kora::Ui::Test::clear();
+    Kora::Ui::Test::queueFileDialogAnswer({v8});
+    ASSERT_TRUE(Kora::Ui::ensureApplication());
+    Kora::Ui::Test::DialogDriver driver;
+    driver.on(Attach::kDialogId).press(Attach::kBrowse).pickRow(Attach::kModels, 0).ok();
+    TestEditor editor;
+    editor.reply(L"1,2").reply(L"2");
+    Kora::DgnCommands::attachWithDialog(2);
+    EXPECT_TRUE(driver.problems().empty()) << driver.problems().front();
+    EXPECT_EQ(editor.prompts(), (std::vector<KoString>{kInsertion, scalePrompt(1.0)}));
+
+    const std::vector<KoDbObjectId> refs = references();
+    ASSERT_EQ(refs.size(), 1u);
+    expectPlaced(placed(refs[0]), {1, 2, 0}, 2.0, 0.0);
+    KoDbObjectPointer<KoDbDgnDefinition> definition(placed(refs[0]).definition);
+    EXPECT_EQ(definition->getItemName(), L"my_model");
+    EXPECT_EQ(modelsOf(v8), std::vector<KoString>{L"my_model"});
+    EXPECT_TRUE(modelsOf(KoString::fromUtf8((kData / "LICENSE.GDAL.txt").string())).empty());
+}
+
+TEST_F(DgnAttach, TildeAtTheCommandLinePromptOpensTheFileDialog)
+{
+    Kora::Ui::Test::clear();
+    Kora::Ui::Test::queueFileDialogAnswer({kSmallTest});
+    TestEditor editor;
+    editor.reply(L"~").reply(L"").reply(L"").reply(L"0,0").reply(L"").reply(L"");
+    attachAtCommandLine();
+    EXPECT_EQ(editor.unansweredPrompts(), 0) << editor.transcript().toUtf8();
+    ASSERT_EQ(Kora::Ui::Test::fileDialogsAsked().size(), 1u);
+    const std::vector<KoDbObjectId> refs = references();
+    ASSERT_EQ(refs.size(), 1u);
+    KoDbObjectPointer<KoDbDgnDefinition> definition(placed(refs[0]).definition);
+    EXPECT_EQ(definition->getSourceFileName(), kSmallTest);
+}
+
+TEST_F(DgnAttach, WithoutADisplayTheDialogsSaySoAndNothingIsAttached)
+{
+    // Another test of this process may have made the application already.
+    if (QCoreApplication::instance()) GTEST_SKIP() << "this process has shown dialogs";
+    Kora::Test::WithoutDisplay noDisplay;
+    Kora::Ui::Test::clear();
+    for (const int fileDia : {1, 2}) {
+        TestEditor editor;
+        Kora::DgnCommands::attachWithDialog(fileDia);
+        EXPECT_TRUE(editor.prompts().empty());
+        EXPECT_NE(editor.transcript().find(L"DGNATTACH needs a display. Use -DGNATTACH to work at the command line."),
+                  KoString::npos)
+            << editor.transcript().toUtf8();
+    }
     {
+        // FILEDIA 0: the typed file loads, then the options cannot be shown.
         ASSERT_EQ(koraSetSysVarText(L"FILEDIA", L"0"), KORTNORM);
         TestEditor editor;
-        editor.reply(L"nosuch.dgn").reply(KoString::fromUtf8((kData / "LICENSE.GDAL.txt").string())).reply(kSmallTest);
+        editor.reply(kSmallTest);
         attachWithDialog();
-        EXPECT_EQ(boxes, (std::vector<KoString>{L"Not find file nosuch.dgn.",
-                                                L"You have selected an unsupported DGN file, only V7 and V8 files are supported."}));
-        EXPECT_NE(editor.transcript().find(L"attach options dialog " + kitMissing), KoString::npos) << editor.transcript().toUtf8();
         EXPECT_EQ(editor.unansweredPrompts(), 0);
+        EXPECT_NE(editor.transcript().find(L"DGNATTACH needs a display."), KoString::npos) << editor.transcript().toUtf8();
     }
     {
-        ASSERT_EQ(koraSetSysVarText(L"FILEDIA", L"1"), KORTNORM);
-        TestEditor editor;
-        attachWithDialog();
-        EXPECT_TRUE(editor.prompts().empty());
-        EXPECT_NE(editor.transcript().find(L"file dialog " + kitMissing), KoString::npos) << editor.transcript().toUtf8();
-    }
-    {
-        // -DGNATTACH: "~" asks for the file dialog, which is not there yet.
         TestEditor editor;
         editor.reply(L"~");
         attachAtCommandLine();
         EXPECT_EQ(editor.prompts().size(), 1u);
-        EXPECT_NE(editor.transcript().find(L"file dialog " + kitMissing), KoString::npos) << editor.transcript().toUtf8();
+        EXPECT_NE(editor.transcript().find(L"The file dialog needs a display; type the file's path instead."), KoString::npos)
+            << editor.transcript().toUtf8();
     }
-    koraSetMessageBoxHandler(previous);
     EXPECT_TRUE(references().empty());
     EXPECT_TRUE(dictionary().isNull());
 }

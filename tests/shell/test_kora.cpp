@@ -88,3 +88,19 @@ TEST(KoraExecutable, FirstStartPlacesTheSeedFilesAndKeepsTheUsersOwn)
     std::getline(mine, text);
     EXPECT_EQ(text, "the user's own");
 }
+
+TEST(KoraExecutable, WithoutADisplayTheDialogCommandsPointToTheirDashForms)
+{
+    const KoraRun run = kora("", "DGNATTACH\\nDGNIMPORT\\nDGNEXPORT\\n-DGNIMPORT\\n~\\n-DGNATTACH\\n~\\nQUIT\\n",
+                             "env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM");
+    EXPECT_EQ(run.status, 0) << run.output;
+    for (const char* command : {"DGNATTACH", "DGNIMPORT", "DGNEXPORT"}) {
+        EXPECT_TRUE(contains(run.output, std::string(command) + " needs a display. Use -" + command + " to work at the command line."))
+            << run.output;
+    }
+    // "~" at both file prompts ends the command as a closed dialog would.
+    const std::string tilde = "The file dialog needs a display; type the file's path instead.";
+    const size_t first = run.output.find(tilde);
+    ASSERT_NE(first, std::string::npos) << run.output;
+    EXPECT_NE(run.output.find(tilde, first + 1), std::string::npos) << run.output;
+}

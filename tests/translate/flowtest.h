@@ -15,6 +15,7 @@
 #include "kora/commandstack.h"
 #include "kora/rxmodule.h"
 #include "kora/sysvars.h"
+#include "kora/ui/testhooks.h"
 #include "storefile.h"
 #include "testeditor.h"
 
@@ -38,6 +39,7 @@ protected:
         removeStoreFile();
         koraResetSysVars();
         koraConfig()->removeItem(4, L"UserInterfaceSettings\\");
+        Kora::Ui::Test::clear();
         KoApDocManager* documents = koDocManagerPtr();
         while (documents->curDocument()) documents->closeDocument(documents->curDocument());
         ASSERT_EQ(documents->appContextNewDocument(), Kora::eOk);
@@ -54,6 +56,15 @@ protected:
     }
 
     static KoString text(const fs::path& p) { return wide(p); }
+
+    // The folder a command's file dialog starts in next time ("" when none).
+    static KoString initialDirectory(const wchar_t* dialog)
+    {
+        KoraVariant folder;
+        if (koraConfig()->getValue(4, KoString(L"UserInterfaceSettings\\") + dialog + L"\\InitialDirectory", folder) != Kora::eOk)
+            return KoString();
+        return folder.stringValue();
+    }
 
     static short variable(const wchar_t* name)
     {

@@ -5,6 +5,7 @@
 #include "export/DgnSeedCatalogue.h"
 #include "kora/db/entities.h"
 #include "kora/editor.h"
+#include "withoutdisplay.h"
 
 using Kora::Test::FlowTest;
 namespace fs = std::filesystem;
@@ -208,10 +209,74 @@ TEST_F(ExportFlow, CancelAtEveryPromptWritesNoFile)
         EXPECT_FALSE(fs::exists(storeFilePath()));
         EXPECT_EQ(editor.transcript().find(L"Translation"), KoString::npos);
     }
+    // A closed file dialog ends the command too.
+    Kora::Ui::Test::queueFileDialogAnswer({});
     TestEditor tilde;
     tilde.reply(L"8").reply(L"~");
     run(L"-DGNEXPORT", tilde);
     EXPECT_EQ(tilde.prompts().size(), 2u);
+}
+
+TEST_F(ExportFlow, TildeOpensTheFileDialogForTheChosenVersionOnly)
+{
+    koDocManagerPtr()->curDocument()->setFileName(L"/drawings/site.dxf");
+    fs::create_directory(dir / "out");
+    Kora::Ui::Test::queueFileDialogAnswer({text(dir / "out" / "plan")});
+    TestEditor editor;
+    editor.reply(L"7").reply(L"~").cancel();
+    run(L"-DGNEXPORT", editor);
+    EXPECT_EQ(editor.prompts(), (std::vector<KoString>{kV7Prompt, filePrompt(folder() + L"site.dgn"), kUnits}));
+    const auto asked = Kora::Ui::Test::fileDialogsAsked();
+    ASSERT_EQ(asked.size(), 1u);
+    EXPECT_EQ(asked[0].title, L"Export a dgn file");
+    EXPECT_EQ(asked[0].initialPath, folder() + L"site");
+    EXPECT_EQ(asked[0].filters, std::vector<KoString>{L"V7 DGN (*.dgn)"});
+    EXPECT_TRUE(asked[0].save);
+    // The chosen file's folder is kept for the next export.
+    EXPECT_EQ(initialDirectory(L"DgnExportFileDlg"), text(dir / "out") + L"/");
+}
+
+TEST_F(ExportFlow, TheDialogFormChoosesFileAndVersionInTheFileDialog)
+{
+    ASSERT_EQ(koraSetSysVarText(L"_KX_DGNEXPORTTYPE", L"0"), KORTNORM);
+    Kora::Ui::Test::queueFileDialogAnswer({});
+    TestEditor cancelled;
+    run(L"DGNEXPORT", cancelled);
+    EXPECT_TRUE(cancelled.prompts().empty());
+    EXPECT_EQ(variable(L"_KX_DGNEXPORTTYPE"), 0);
+    EXPECT_EQ(initialDirectory(L"DgnExportFileDlg"), folder());
+
+    fs::create_directory(dir / "out");
+    Kora::Ui::Test::queueFileDialogAnswer({text(dir / "out" / "plan.dgn"), 1});
+    TestEditor chosen;
+    run(L"DGNEXPORT", chosen);
+    EXPECT_TRUE(chosen.prompts().empty());
+    const auto asked = Kora::Ui::Test::fileDialogsAsked();
+    ASSERT_EQ(asked.size(), 2u);
+    EXPECT_EQ(asked[1].filters, (std::vector<KoString>{L"V8 DGN (*.dgn)", L"V7 DGN (*.dgn)"}));
+    EXPECT_EQ(asked[1].filterIndex, 0) << "the stored version is offered first";
+    EXPECT_EQ(variable(L"_KX_DGNEXPORTTYPE"), 1);
+    EXPECT_EQ(initialDirectory(L"DgnExportFileDlg"), text(dir / "out") + L"/");
+    EXPECT_NE(chosen.transcript().find(L"export settings dialog is not available yet; use -DGNEXPORT"), KoString::npos)
+        << chosen.transcript().toUtf8();
+    EXPECT_FALSE(fs::exists(dir / "out" / "plan.dgn"));
+}
+
+TEST_F(ExportFlow, WithoutADisplayTheFileDialogsSaySo)
+{
+    Kora::Test::WithoutDisplay noDisplay;
+    TestEditor editor;
+    run(L"DGNEXPORT", editor);
+    EXPECT_NE(editor.transcript().find(L"DGNEXPORT needs a display. Use -DGNEXPORT to work at the command line."),
+              KoString::npos)
+        << editor.transcript().toUtf8();
+
+    TestEditor tilde;
+    tilde.reply(L"8").reply(L"~");
+    run(L"-DGNEXPORT", tilde);
+    EXPECT_EQ(tilde.prompts().size(), 2u);
+    EXPECT_NE(tilde.transcript().find(L"The file dialog needs a display"), KoString::npos) << tilde.transcript().toUtf8();
+    EXPECT_TRUE(fs::is_empty(dir));
 }
 
 TEST_F(ExportFlow, TheDialogFormAsksAtTheCommandLineWithoutFileDialogs)

@@ -1,6 +1,7 @@
 #include "flowtest.h"
 
 #include "kora/db/symboltables.h"
+#include "withoutdisplay.h"
 
 using Kora::Test::FlowTest;
 namespace fs = std::filesystem;
@@ -107,10 +108,13 @@ TEST_F(ImportFlow, CancelAtAnyPromptEndsWithNothingStored)
         EXPECT_FALSE(fs::exists(storeFilePath())) << "cancelled after " << answered << " replies";
         EXPECT_EQ(editor.transcript().find(L"Translation"), KoString::npos);
     }
+    // A closed file dialog ends the command too.
+    Kora::Ui::Test::queueFileDialogAnswer({});
     TestEditor editor;
     editor.reply(L"~");
     run(L"-DGNIMPORT", editor);
     EXPECT_EQ(editor.prompts().size(), 1u);
+    EXPECT_FALSE(fs::exists(storeFilePath()));
 }
 
 TEST_F(ImportFlow, ImportModeZeroImportsIntoANewDrawing)
@@ -126,7 +130,27 @@ TEST_F(ImportFlow, ImportModeZeroImportsIntoANewDrawing)
     EXPECT_EQ(variable(L"DGNIMPORTMODE"), 0);
 }
 
-TEST_F(ImportFlow, TheDialogFormAsksAtTheCommandLineWithoutFileDialogs)
+TEST_F(ImportFlow, TildeOpensTheFileDialogInTheLastFolderAndKeepsTheChosenOne)
+{
+    fs::create_directory(dir / "other");
+    fs::copy_file(kSmallTest, dir / "other" / "site.dgn");
+    koraConfig()->setValue(4, L"UserInterfaceSettings\\DgnImportFileDlg\\InitialDirectory", KoraVariant(text(dir) + L"/"));
+    Kora::Ui::Test::queueFileDialogAnswer({text(dir / "other" / "site.dgn")});
+    TestEditor editor;
+    editor.reply(L"~").reply(L"").reply(L"").reply(L"");
+    run(L"-DGNIMPORT", editor);
+    EXPECT_EQ(editor.prompts(), (std::vector<KoString>{kFilePrompt, kModelPrompt, kUnitsMaster, kStandardSetup}));
+    EXPECT_NE(editor.transcript().find(L"\nTranslation successful."), KoString::npos) << editor.transcript().toUtf8();
+    const auto asked = Kora::Ui::Test::fileDialogsAsked();
+    ASSERT_EQ(asked.size(), 1u);
+    EXPECT_EQ(asked[0].title, L"Import a dgn file");
+    EXPECT_EQ(asked[0].initialPath, text(dir) + L"/");
+    EXPECT_EQ(asked[0].filters.front(), L"DGN (*.dgn)");
+    EXPECT_FALSE(asked[0].save);
+    EXPECT_EQ(initialDirectory(L"DgnImportFileDlg"), text(dir / "other") + L"/");
+}
+
+TEST_F(ImportFlow, TheDialogFormChoosesTheFileInTheFileDialog)
 {
     ASSERT_EQ(koraSetSysVarText(L"FILEDIA", L"0"), KORTNORM);
     TestEditor editor;
@@ -135,9 +159,41 @@ TEST_F(ImportFlow, TheDialogFormAsksAtTheCommandLineWithoutFileDialogs)
     EXPECT_EQ(editor.prompts(), (std::vector<KoString>{kFilePrompt}));
 
     ASSERT_EQ(koraSetSysVarText(L"FILEDIA", L"1"), KORTNORM);
-    TestEditor withDialogs;
-    run(L"DGNIMPORT", withDialogs);
-    EXPECT_TRUE(withDialogs.prompts().empty());
+    Kora::Ui::Test::queueFileDialogAnswer({});
+    TestEditor cancelled;
+    run(L"DGNIMPORT", cancelled);
+    EXPECT_TRUE(cancelled.prompts().empty());
+    EXPECT_EQ(initialDirectory(L"DgnImportFileDlg"), L"");
+
+    // The settings dialog is what comes next; until it is there the
+    // command says so after keeping the folder.
+    Kora::Ui::Test::queueFileDialogAnswer({plan()});
+    TestEditor chosen;
+    run(L"DGNIMPORT", chosen);
+    EXPECT_TRUE(chosen.prompts().empty());
+    EXPECT_NE(chosen.transcript().find(L"import settings dialog is not available yet; use -DGNIMPORT"), KoString::npos)
+        << chosen.transcript().toUtf8();
+    EXPECT_EQ(initialDirectory(L"DgnImportFileDlg"), text(dir) + L"/");
+    EXPECT_EQ(Kora::Ui::Test::fileDialogsAsked().size(), 2u);
+    EXPECT_FALSE(fs::exists(storeFilePath()));
+}
+
+TEST_F(ImportFlow, WithoutADisplayTheFileDialogsSaySo)
+{
+    Kora::Test::WithoutDisplay noDisplay;
+    TestEditor editor;
+    run(L"DGNIMPORT", editor);
+    EXPECT_TRUE(editor.prompts().empty());
+    EXPECT_NE(editor.transcript().find(L"DGNIMPORT needs a display. Use -DGNIMPORT to work at the command line."),
+              KoString::npos)
+        << editor.transcript().toUtf8();
+
+    TestEditor tilde;
+    tilde.reply(L"~");
+    run(L"-DGNIMPORT", tilde);
+    EXPECT_EQ(tilde.prompts(), (std::vector<KoString>{kFilePrompt}));
+    EXPECT_NE(tilde.transcript().find(L"The file dialog needs a display"), KoString::npos) << tilde.transcript().toUtf8();
+    EXPECT_EQ(initialDirectory(L"DgnImportFileDlg"), L"");
 }
 
 TEST_F(ImportFlow, TheTranslationPutsTheFileIntoTheCurrentDrawing)
