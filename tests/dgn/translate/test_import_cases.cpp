@@ -92,19 +92,6 @@ fs::path design(const fs::path& file, const std::vector<Element>& elements)
 
 // What a drawing holds: names of its tables and the handles of its
 // model-space entities.
-struct Snapshot {
-    std::vector<std::string> layers, linetypes, blocks;
-    std::vector<std::uint64_t> entities;
-    bool operator==(const Snapshot&) const = default;
-};
-
-Snapshot snapshot(const KoDbDatabase& db)
-{
-    Snapshot s{recordNames(db.layerTableId()), recordNames(db.linetypeTableId()), recordNames(db.blockTableId()), {}};
-    for (const KoDbObjectId id : entitiesOf(db.modelSpaceId())) s.entities.push_back(id.handle().value());
-    return s;
-}
-
 template <class T>
 std::vector<KoDbObjectId> ofKind(KoDbObjectId blockId)
 {

@@ -318,3 +318,61 @@ TEST_F(V8Import, EveryListedFeatureBecomesItsEntity)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(V8Import, UnitsLevelMapTextNodesAndModels)
+{
+    // Sub units: every coordinate and size a thousand times larger; a
+    // level mapped by its name; text nodes as MTEXT of their texts.
+    explode = 0;
+    DgnImportState state;
+    state.masterUnits = 0;
+    state.model = L"my_model";
+    state.tables.levels[L"Default"] = L"Walls";
+    ASSERT_EQ(import(state), KORTNORM);
+    const auto entities = model();
+    ASSERT_FALSE(entities.empty());
+    KoDbObjectPointer<KoDbLine> line(entities[2]); // (0 1 2) to (3 4 5) in metres
+    EXPECT_TRUE(close(line->endPoint(), {3000, 4000, 5000}));
+    EXPECT_EQ(layerOf(entities[2]), "Walls");
+    EXPECT_EQ(layerOf(entities[0]), "1");
+    std::vector<std::string> nodes;
+    for (const KoDbObjectId id : entities)
+        if (dxfNameOf(id) == "MTEXT") {
+            KoDbObjectPointer<KoDbMText> mtext(id);
+            nodes.push_back(mtext->contents().toUtf8());
+            EXPECT_NEAR(mtext->textHeight(), 1000.0, 1e-9);
+        }
+    EXPECT_EQ(nodes, (std::vector<std::string>{"z", "z"}));
+    KoDbObjectPointer<KoDbText> text(entities[4]);
+    EXPECT_EQ(text->textString().toUtf8(), "myTéxt");
+    EXPECT_NEAR(text->height(), 1000.0, 1e-9);
+    EXPECT_FALSE(hasName(recordNames(db.layerTableId()), "Default"));
+
+    // A model the file does not have: refused, nothing changes.
+    const Snapshot before = snapshot(db);
+    DgnImportState other;
+    other.model = L"Sheet";
+    EXPECT_EQ(import(other), KORTERROR);
+    EXPECT_EQ(snapshot(db), before);
+    ASSERT_EQ(report.notes.size(), 1u);
+    EXPECT_NE(report.notes[0].toUtf8().find("no model named \"Sheet\""), std::string::npos);
+}
+
+TEST_F(V8Import, CancelLeavesTheDrawingAsItWas)
+{
+    const Snapshot before = snapshot(db);
+    DgnImportState state;
+    std::vector<double> asked;
+    state.progress = [&](double fraction) {
+        asked.push_back(fraction);
+        return false;
+    };
+    EXPECT_EQ(import(state), KORTERROR);
+    EXPECT_TRUE(report.cancelled);
+    EXPECT_EQ(asked, std::vector<double>{1.0}); // the sample is shorter than one progress step
+    EXPECT_EQ(snapshot(db), before);
+}
+
+} // namespace
