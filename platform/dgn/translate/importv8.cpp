@@ -7,7 +7,6 @@
 #include <numbers>
 
 #include "importwriter.h"
-#include "kora/dgn/naming.h"
 #include "kora/dgn/v8/reader.h"
 
 namespace fs = std::filesystem;
@@ -110,10 +109,17 @@ private:
         return result;
     }
     double length(double master, const Sink& sink) const { return master * m_scale / sink.scale; }
+    // Level 0 without a table entry (cell headers carry it) is the
+    // drawing's layer "0", as V7 level 0 is.
+    KoString layerName(std::uint32_t level) const
+    {
+        const std::string name = m_file.levelName(level);
+        return name == "0" ? KoString() : KoString::fromUtf8(name);
+    }
     DesignSymbology symbology(const V8::Element& element) const
     {
-        return {KoString::fromUtf8(m_file.levelName(element.level)), static_cast<int>(std::min(element.colour, 256u)),
-                element.style, static_cast<int>(std::min(element.weight, 31u))};
+        return {layerName(element.level), static_cast<int>(std::min<std::uint32_t>(element.colour, ColourCount)),
+                element.style, static_cast<int>(std::min<std::uint32_t>(element.weight, WeightCount - 1))};
     }
     void add(KoDbEntity* entity, const V8::Element& element, const Sink& sink)
     {
@@ -273,7 +279,7 @@ void V8Importer::importComplex(const ElementList& list, std::size_t index, std::
             outline.vertices.pop_back();
         // The components carry the symbology, the header its level and fill.
         DesignSymbology symbology = this->symbology(list[index + 1]);
-        symbology.level = KoString::fromUtf8(m_file.levelName(header.level));
+        symbology.level = layerName(header.level);
         m_out.addOutline(outline, closed, symbology,
                          header.fillColour ? std::optional<int>(static_cast<int>(*header.fillColour)) : std::nullopt,
                          sink, typeName(header.type));

@@ -5,7 +5,6 @@
 #include <numbers>
 
 #include "importsymbology.h"
-#include "kora/dgn/naming.h"
 
 namespace Kora::Dgn {
 

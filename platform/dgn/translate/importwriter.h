@@ -14,6 +14,7 @@
 
 #include "importdesign.h"
 #include "kora/db/database.h"
+#include "kora/dgn/naming.h"
 #include "kora/dgn/translate.h"
 #include "kora/dgn/v7/elements.h"
 
@@ -140,8 +141,8 @@ private:
     const std::optional<V7::ColourTable>& m_colourTable;
     std::map<KoString, KoDbObjectId> m_layers;
     std::map<int, KoDbObjectId> m_linetypes;
-    std::array<std::optional<KoCmColor>, 256> m_colours;
-    std::array<std::optional<KoDb::LineWeight>, 32> m_weights;
+    std::array<std::optional<KoCmColor>, ColourCount> m_colours;
+    std::array<std::optional<KoDb::LineWeight>, WeightCount> m_weights;
     std::size_t m_nextReport = 0;
     std::chrono::steady_clock::time_point m_lastReport; // the first report is never held back
 };
