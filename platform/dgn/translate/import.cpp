@@ -1,10 +1,8 @@
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <map>
 #include <numbers>
 #include <string>
 
@@ -27,6 +25,7 @@ namespace {
 
 constexpr double kPi = std::numbers::pi;
 constexpr double kDegree = kPi / 180.0;
+
 KoString latin1(const std::string& bytes)
 {
     std::wstring text;

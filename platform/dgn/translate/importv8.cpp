@@ -4,7 +4,6 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
-#include <numbers>
 
 #include "importwriter.h"
 #include "kora/dgn/v8/reader.h"
@@ -17,28 +16,10 @@ namespace {
 
 namespace V8 = Kora::Dgn::V8;
 
-// The names reports give V8 element types, as for V7 where the types are
-// the same.
+// Reports name V8 element types as V7 ones: the numbers are the same.
 std::string typeName(std::uint16_t type)
 {
-    switch (type) {
-    case 2: return "Cell";
-    case 3: return "Line";
-    case 4: return "Line string";
-    case 6: return "Shape";
-    case 7: return "Text node";
-    case 11: return "Curve";
-    case 12: return "Complex chain";
-    case 14: return "Complex shape";
-    case 15: return "Ellipse";
-    case 16: return "Arc";
-    case 17: return "Text";
-    case 21: return "B-spline poles";
-    case 22: return "Point string";
-    case 27: return "B-spline curve";
-    case 35: return "Shared cell";
-    default: return "Type " + std::to_string(type);
-    }
+    return type <= 0x7F ? V7::elementTypeName(static_cast<V7::ElementType>(type)) : "Type " + std::to_string(type);
 }
 
 KoGeVector3d vector(const V8::Point& p) { return {p.x, p.y, p.z}; }
