@@ -1,6 +1,7 @@
 #include "flowtest.h"
 
 #include "kora/db/symboltables.h"
+#include "kora/dxf/dxf.h"
 #include "withoutdisplay.h"
 
 using Kora::Test::FlowTest;
@@ -205,4 +206,29 @@ TEST_F(ImportFlow, TheTranslationPutsTheFileIntoTheCurrentDrawing)
     KoDbObjectPointer<KoDbBlockTableRecord> model(koDocManagerPtr()->curDocument()->database()->modelSpaceId());
     EXPECT_EQ(model->entityIds().size(), 5u);
     EXPECT_EQ(koDocManagerPtr()->documentCount(), 1);
+}
+
+TEST_F(ImportFlow, AV8DesignImportsItsDefaultModelIntoADrawingEzdxfAudits)
+{
+    fs::copy_file(fs::path(KORA_TEST_DATA_DIR) / "dgn" / "v8" / "test_dgnv8.dgn", dir / "v8.dgn");
+    TestEditor editor;
+    editor.reply(text(dir / "v8.dgn")).reply(L"").reply(L"").reply(L"");
+    run(L"-DGNIMPORT", editor);
+    EXPECT_NE(editor.transcript().find(L"\nTranslation successful."), KoString::npos) << editor.transcript().toUtf8();
+    KoDbDatabase* db = koDocManagerPtr()->curDocument()->database();
+    const fs::path saved = dir / "v8.dxf";
+    KoString message;
+    ASSERT_EQ(kodbWriteDxfFile(*db, Kora::Test::wide(saved), &message), Kora::eOk) << message.toUtf8();
+    Kora::Test::expectAuditClean(saved);
+    // ezdxf reads back every text, the accented one included, and the
+    // layer the level names.
+    int status = 0;
+    const std::string texts = Kora::Test::run(
+        "/usr/bin/python3 -c \"import ezdxf, sys; d = ezdxf.readfile(sys.argv[1]); "
+        "print(sorted(e.dxf.layer for e in d.modelspace())[-1]); "
+        "[print(e.plain_text() if e.dxftype() == 'MTEXT' else e.dxf.text) for e in d.modelspace().query('TEXT MTEXT')]\" '"
+            + saved.string() + "'",
+        status);
+    EXPECT_EQ(status, 0) << texts;
+    EXPECT_EQ(texts, "Default\nmyTéxt\nx\nz\nz\n");
 }

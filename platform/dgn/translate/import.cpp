@@ -1,16 +1,15 @@
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <map>
 #include <numbers>
 #include <string>
 
 #include "importdesign.h"
 #include "importreference.h"
 #include "importsymbology.h"
+#include "importwriter.h"
 #include "kora/db/database.h"
 #include "kora/dgn/dgnfile.h"
 #include "kora/dgn/naming.h"
@@ -26,10 +25,6 @@ namespace {
 
 constexpr double kPi = std::numbers::pi;
 constexpr double kDegree = kPi / 180.0;
-// Progress is reported every so many elements, and then only when this
-// long has passed since the last report.
-constexpr std::size_t kProgressStep = 4096;
-constexpr std::chrono::milliseconds kProgressInterval{250};
 
 KoString latin1(const std::string& bytes)
 {
@@ -56,21 +51,6 @@ KoString textOf(const std::string& bytes)
     }
     return latin1(bytes);
 }
-
-// Text for MTEXT contents: its control characters escaped.
-std::wstring mtextEscaped(const KoString& text)
-{
-    std::wstring out;
-    for (const wchar_t c : std::wstring_view(text.c_str())) {
-        if (c == L'\\' || c == L'{' || c == L'}') out += L'\\';
-        out += c;
-    }
-    return out;
-}
-
-KoGeVector3d operator-(const KoGeVector3d& v) { return {-v.x, -v.y, -v.z}; }
-
-bool sameDirection(const KoGeVector3d& a, const KoGeVector3d& b) { return a.dotProduct(b) > 1.0 - 1e-12; }
 
 // A design checked whole, its elements kept as their bytes and decoded
 // again as they are translated: the decoded records of a large design take
@@ -132,77 +112,20 @@ std::uint16_t totalWordsOf(const Element& element)
     return 0;
 }
 
-// A 2D outline with bulges, the shape a lightweight polyline takes.
-struct Outline {
-    std::vector<KoDbPolyline::Vertex> vertices;
-    double elevation = 0.0;
-};
-
-bool samePoint(const KoGePoint2d& a, const KoGePoint2d& b, double tolerance)
-{
-    return std::abs(a.x - b.x) <= tolerance && std::abs(a.y - b.y) <= tolerance;
-}
-
-// The live record of that name in a symbol table (null when none).
-KoDbObjectId recordNamed(KoDbObjectId tableId, const KoString& name)
-{
-    KoDbObjectId id;
-    KoDbSymbolTable* table = nullptr;
-    if (kodbOpenObject(table, tableId, KoDb::kForRead) == eOk) {
-        table->getAt(name, id);
-        table->close();
-    }
-    return id;
-}
-
-// Adds a new record to a table and remembers it as made by the import; the
-// null id when the table refuses it.
-KoDbObjectId addRecord(KoDbObjectId tableId, KoDbSymbolTableRecord* record, std::vector<KoDbObjectId>& created)
-{
-    KoDbObjectId id;
-    KoDbSymbolTable* table = nullptr;
-    if (kodbOpenObject(table, tableId, KoDb::kForWrite) == eOk && table->add(id, record) == eOk) {
-        record->close();
-        created.push_back(id);
-    } else {
-        delete record;
-        id = KoDbObjectId();
-    }
-    if (table) table->close();
-    return id;
-}
-
-// A new block named `base` or, when that is taken, the first free "base_2", ...
-KoDbObjectId addBlock(KoDbDatabase* database, const KoString& base, std::vector<KoDbObjectId>& created,
-                      const KoString& path = {})
-{
-    auto* record = new KoDbBlockTableRecord;
-    record->setName(uniqueBlockName(database, base));
-    record->setPathName(path);
-    return addRecord(database->blockTableId(), record, created);
-}
-
 // The turn about Z and the uniform scale of a cell's transformation, when it
 // is one. The matrix maps the cell's axes to the design's, its lowest bit
-// worth 10000 / 2^31; some writers leave it all zero, which is taken as no
-// transformation.
-void cellFrame(const CellHeader& cell, bool is3d, double& rotation, double& scale)
+// worth 10000 / 2^31.
+std::optional<std::pair<double, double>> cellFrame(const CellHeader& cell, bool is3d)
 {
     constexpr double unit = 2147483648.0 / 10000.0;
     const auto& t = cell.transform;
-    const auto at = [&](int row, int column) { return t[static_cast<std::size_t>(row * (is3d ? 3 : 2) + column)] / unit; };
-    const double a = at(0, 0), b = at(0, 1), c = at(1, 0), d = at(1, 1);
-    const double s = std::hypot(a, c);
-    if (s <= 1e-9) return;
-    const double tolerance = 1e-6 * s;
-    bool similar = std::abs(a - d) <= tolerance && std::abs(b + c) <= tolerance;
-    if (is3d)
-        similar = similar && std::abs(at(0, 2)) <= tolerance && std::abs(at(1, 2)) <= tolerance
-            && std::abs(at(2, 0)) <= tolerance && std::abs(at(2, 1)) <= tolerance && std::abs(at(2, 2) - s) <= tolerance;
-    if (!similar) return;
-    rotation = std::atan2(c, a);
-    // The encoding cannot hold 1 exactly (214748 stands for 0.9999983).
-    scale = std::abs(s - 1.0) < 1e-5 ? 1.0 : s;
+    std::array<double, 9> m{};
+    const int n = is3d ? 3 : 2;
+    for (int row = 0; row < n; ++row)
+        for (int column = 0; column < n; ++column)
+            m[static_cast<std::size_t>(row * 3 + column)] = t[static_cast<std::size_t>(row * n + column)] / unit;
+    if (!is3d) m[8] = std::hypot(m[0], m[3]);
+    return turnAndScale(m);
 }
 
 // Types whose elements the codec decodes into a record of their own.
@@ -232,7 +155,7 @@ class Importer {
 public:
     Importer(const StoredDesign& design, const DgnImportState& state, KoDbDatabase* database,
              const ImportTarget& target, DgnTranslationReport& report, std::vector<KoDbObjectId>& created)
-        : m_design(design), m_state(state), m_db(database), m_target(target), m_report(report), m_created(created)
+        : m_design(design), m_state(state), m_out(state, database, target, report, created, design.colourTable)
     {
         const Units& units = design.info.units;
         m_scale = state.masterUnits == 0 ? std::max(1, units.subPerMaster) : 1.0;
@@ -245,28 +168,6 @@ public:
     const std::vector<ReferenceAttachment>& attachments() const { return m_attachments; }
 
 private:
-    // Where entities go: a block open for write, and the frame of the
-    // block in the design's drawing units: the point that becomes its
-    // origin, and the turn about Z and the scale of its axes.
-    struct Sink {
-        KoDbBlockTableRecord* block = nullptr;
-        KoGePoint3d base;
-        double rotation = 0.0;
-        double scale = 1.0;
-
-        KoGeVector3d turned(const KoGeVector3d& v) const
-        {
-            if (rotation == 0.0) return v;
-            const double c = std::cos(rotation), s = std::sin(rotation);
-            return {v.x * c + v.y * s, -v.x * s + v.y * c, v.z};
-        }
-        KoGePoint3d local(const KoGePoint3d& p) const
-        {
-            const KoGeVector3d v = turned(p - base) * (1.0 / scale);
-            return {v.x, v.y, v.z};
-        }
-    };
-
     std::size_t importElement(std::size_t index, const Sink& sink);
     void importCell(std::size_t index, std::size_t end, const Sink& sink);
     void importTextNode(std::size_t index, std::size_t end, const Sink& sink);
@@ -276,10 +177,18 @@ private:
     void importText(const Element& element, const Sink& sink);
     void importVertices(const Element& element, bool closed, const Sink& sink);
     bool appendOutline(const Element& element, const Sink& sink, Outline& outline) const;
-    void addOutline(const Outline& outline, bool closed, const Header& header, const Sink& sink);
 
-    void add(KoDbEntity* entity, const Header& header, const Sink& sink);
-    void skip(const Element& element, const char* reason);
+    DesignSymbology symbology(const Header& header) const
+    {
+        const Symbology& s = header.symbology;
+        return {header.level < MinLevel ? KoString() : KoString::fromUtf8(levelName(header.level)), s.colour, s.style,
+                s.weight};
+    }
+    void add(KoDbEntity* entity, const Header& header, const Sink& sink)
+    {
+        m_out.add(entity, symbology(header), sink, elementTypeName(header.type));
+    }
+    void skip(const Element& element, const char* reason) { m_out.skip(elementTypeName(element.type()), reason); }
 
     KoGePoint3d point(const IntPoint& p, const Sink& sink) const;
     KoGePoint3d point(const DoublePoint& p, const Sink& sink) const;
@@ -290,23 +199,11 @@ private:
     // The columns of an element's orientation: where its x, y and z axes go.
     std::array<KoGeVector3d, 3> axes(const Orientation& orientation, const Sink& sink) const;
 
-    KoString prefixed(const KoString& name) const { return m_target.namePrefix + name; }
-    KoDbObjectId layer(int level);
-    KoDbObjectId linetype(int style);
-
     const StoredDesign& m_design;
     const DgnImportState& m_state;
-    KoDbDatabase* m_db;
-    const ImportTarget& m_target;
-    DgnTranslationReport& m_report;
-    std::vector<KoDbObjectId>& m_created;
+    ImportWriter m_out;
     double m_scale = 1.0;
-    std::map<int, KoDbObjectId> m_layers;
-    std::map<int, KoDbObjectId> m_linetypes;
-    std::array<std::optional<KoCmColor>, ColourCount> m_colours;
-    std::array<std::optional<KoDb::LineWeight>, WeightCount> m_weights;
     std::vector<ReferenceAttachment> m_attachments;
-    std::chrono::steady_clock::time_point m_lastReport; // the first report is never held back
 };
 
 KoGePoint3d Importer::point(const IntPoint& p, const Sink& sink) const
@@ -333,90 +230,12 @@ std::array<KoGeVector3d, 3> Importer::axes(const Orientation& orientation, const
             sink.turned({m[0][2], m[1][2], m[2][2]})};
 }
 
-KoDbObjectId Importer::layer(int level)
-{
-    if (const auto found = m_layers.find(level); found != m_layers.end()) return found->second;
-    if (level < MinLevel) return m_db->layerZero();
-    const KoString dgnName = KoString::fromUtf8(levelName(level));
-    const auto mapped = m_state.tables.levels.find(dgnName);
-    const KoString name =
-        prefixed(mapped == m_state.tables.levels.end() || mapped->second.trimmed().isEmpty() ? dgnName
-                                                                                              : mapped->second.trimmed());
-    KoDbObjectId id = recordNamed(m_db->layerTableId(), name);
-    if (id.isNull()) {
-        auto* record = new KoDbLayerTableRecord;
-        record->setName(name);
-        id = addRecord(m_db->layerTableId(), record, m_created);
-        if (id.isNull()) id = m_db->layerZero();
-    }
-    m_layers.emplace(level, id);
-    return id;
-}
-
-KoDbObjectId Importer::linetype(int style)
-{
-    if (const auto found = m_linetypes.find(style); found != m_linetypes.end()) return found->second;
-    const KoString dgnName = KoString::fromUtf8(lineStyleName(style));
-    const auto mapped = m_state.tables.lineStyles.find(dgnName);
-    const bool isMapped = mapped != m_state.tables.lineStyles.end() && !mapped->second.trimmed().isEmpty();
-    // A mapped target is the drawing's linetype of that name; one the
-    // drawing does not have yet is made with the style's pattern under the
-    // target's name.
-    KoDbObjectId id = isMapped ? recordNamed(m_db->linetypeTableId(), mapped->second.trimmed()) : KoDbObjectId();
-    if (id.isNull() && lineStyleDashes(style).empty()) id = m_db->continuousLinetype();
-    if (id.isNull()) {
-        const KoString name = prefixed(isMapped ? mapped->second.trimmed() : dgnName);
-        id = recordNamed(m_db->linetypeTableId(), name);
-        if (id.isNull()) {
-            auto* record = new KoDbLinetypeTableRecord;
-            record->setName(name);
-            record->setComments(dgnName);
-            record->setDashes(lineStyleDashes(style));
-            id = addRecord(m_db->linetypeTableId(), record, m_created);
-            if (id.isNull()) id = m_db->continuousLinetype();
-        }
-    }
-    m_linetypes.emplace(style, id);
-    return id;
-}
-
-void Importer::add(KoDbEntity* entity, const Header& header, const Sink& sink)
-{
-    const Symbology& s = header.symbology;
-    entity->setLayer(layer(header.level));
-    auto& colour = m_colours[s.colour];
-    if (!colour) colour = importColour(m_state.tables.colours, m_design.colourTable, s.colour);
-    entity->setColor(*colour);
-    entity->setLinetype(linetype(s.style));
-    auto& weight = m_weights[s.weight & 31];
-    if (!weight) weight = importLineWeight(m_state.tables.weights, s.weight);
-    entity->setLineWeight(*weight);
-    KoDbObjectId id;
-    if (sink.block->appendKoDbEntity(id, entity) != eOk) {
-        delete entity;
-        m_report.skip(elementTypeName(header.type), "could not be added to the drawing");
-        return;
-    }
-    entity->close();
-    m_created.push_back(id);
-    ++m_report.itemsWritten;
-}
-
-void Importer::skip(const Element& element, const char* reason) { m_report.skip(elementTypeName(element.type()), reason); }
-
 bool Importer::run(KoDbBlockTableRecord* block, const KoGePoint3d& base)
 {
     const Sink sink{block, base};
-    std::size_t nextReport = kProgressStep;
     for (std::size_t i = 0; i < m_design.size();) {
         i = importElement(i, sink);
-        if (i >= nextReport && m_state.progress) {
-            nextReport = i + kProgressStep;
-            const auto now = std::chrono::steady_clock::now();
-            if (now - m_lastReport < kProgressInterval) continue;
-            m_lastReport = now;
-            if (!m_state.progress(static_cast<double>(i) / static_cast<double>(m_design.size()))) return false;
-        }
+        if (!m_out.progress(i, m_design.size())) return false;
     }
     return true;
 }
@@ -428,7 +247,7 @@ std::size_t Importer::importElement(std::size_t index, const Sink& sink)
     std::size_t next = index + 1;
     if (isComplexHeader(header.type)) next = m_design.componentsEnd(index, totalWordsOf(element));
     if (header.deleted) return next;
-    ++m_report.itemsRead;
+    ++m_out.report().itemsRead;
     if (header.type == ElementType::GroupData && header.level == 9) {
         if (auto attachment = readReferenceAttachment(element))
             m_attachments.push_back(std::move(*attachment));
@@ -465,15 +284,13 @@ std::size_t Importer::importElement(std::size_t index, const Sink& sink)
         importVertices(element, true, sink);
         break;
     case ElementType::Curve:
-        if (const auto* curve = element.as<Vertices>(); curve && curve->points.size() >= 6) {
-            // The first two and last two points only set the end tangents.
+        if (const auto* curve = element.as<Vertices>()) {
             std::vector<KoGePoint3d> points;
-            for (std::size_t i = 2; i + 2 < curve->points.size(); ++i) points.push_back(point(curve->points[i], sink));
-            auto* spline = new KoDbSpline;
-            spline->setFitPoints(std::move(points));
-            add(spline, header, sink);
-        } else {
-            skip(element, "curve with fewer than six points");
+            for (const IntPoint& p : curve->points) points.push_back(point(p, sink));
+            if (auto* spline = curveEntity(points))
+                add(spline, header, sink);
+            else
+                skip(element, "curve with fewer than six points");
         }
         break;
     case ElementType::Arc:
@@ -520,52 +337,12 @@ std::size_t Importer::importElement(std::size_t index, const Sink& sink)
 void Importer::importVertices(const Element& element, bool closed, const Sink& sink)
 {
     const auto* vertices = element.as<Vertices>();
-    if (!vertices || vertices->points.empty()) return;
-    const Header& header = element.header;
+    if (!vertices) return;
     std::vector<KoGePoint3d> points;
     points.reserve(vertices->points.size());
     for (const IntPoint& p : vertices->points) points.push_back(point(p, sink));
-    if (closed && points.size() > 1 && points.front() == points.back()) points.pop_back();
-    const bool flat = std::all_of(points.begin(), points.end(), [&](const KoGePoint3d& p) { return p.z == points[0].z; });
-    if (!flat) {
-        auto* polyline = new KoDb3dPolyline;
-        polyline->setVertices(std::move(points));
-        polyline->setClosed(closed);
-        add(polyline, header, sink);
-        if (closed && fillColour(header)) skip(element, "fill of a shape that is not flat");
-        return;
-    }
-    Outline outline;
-    outline.elevation = points[0].z;
-    for (const KoGePoint3d& p : points) outline.vertices.push_back({{p.x, p.y}});
-    addOutline(outline, closed, header, sink);
-}
-
-void Importer::addOutline(const Outline& outline, bool closed, const Header& header, const Sink& sink)
-{
-    auto* polyline = new KoDbPolyline;
-    polyline->setVertices(outline.vertices);
-    polyline->setElevation(outline.elevation);
-    polyline->setClosed(closed);
-    add(polyline, header, sink);
-    const auto fill = closed ? fillColour(header) : std::nullopt;
-    if (!fill || outline.vertices.size() < 3) return;
-    auto* hatch = new KoDbHatch;
-    hatch->setSolidFill();
-    hatch->setElevation(outline.elevation);
-    KoDbHatch::Loop loop;
-    loop.type = 1 | 2;
-    bool bulged = false;
-    for (const auto& v : outline.vertices) {
-        loop.vertices.push_back(v.point);
-        loop.bulges.push_back(v.bulge);
-        bulged = bulged || v.bulge != 0.0;
-    }
-    if (!bulged) loop.bulges.clear();
-    hatch->appendLoop(std::move(loop));
-    Header fillHeader = header;
-    fillHeader.symbology.colour = static_cast<std::uint8_t>(*fill);
-    add(hatch, fillHeader, sink);
+    m_out.addPolyline(std::move(points), closed, symbology(element.header), fillColour(element.header), sink,
+                      elementTypeName(element.type()));
 }
 
 void Importer::importArc(const Element& element, const Sink& sink)
@@ -595,39 +372,9 @@ void Importer::importArc(const Element& element, const Sink& sink)
         return;
     }
     const auto [xAxis, yAxis, zAxis] = axes(*orientation, sink);
-    const KoGePoint3d centre = point(*origin, sink);
-    const bool full = std::abs(sweep) >= 360.0;
-    // Sweeps go counter-clockwise in the arc's plane.
-    double from = start, to = start + sweep;
-    if (sweep < 0) std::swap(from, to);
-    const KoGeVector3d normal = xAxis.crossProduct(yAxis).normal();
-    const bool circular = std::abs(primary - secondary) <= 1e-12 * primary;
-    if (circular && sameDirection(normal, KoGeVector3d::kZAxis())) {
-        const double rotation = std::atan2(xAxis.y, xAxis.x);
-        if (full) {
-            add(new KoDbCircle(centre, KoGeVector3d::kZAxis(), primary), element.header, sink);
-        } else {
-            add(new KoDbArc(centre, primary, rotation + from * kDegree, rotation + to * kDegree), element.header,
-                sink);
-        }
-        return;
-    }
-    // Otherwise an ellipse: its major axis is the longer one, and its
-    // parameters are measured from it.
-    KoGeVector3d major = xAxis * primary;
-    double ratio = secondary / primary;
-    double shift = 0.0;
-    if (secondary > primary) {
-        major = yAxis * secondary;
-        ratio = primary / secondary;
-        shift = -90.0;
-    }
-    auto* ellipse = new KoDbEllipse;
-    if (full)
-        ellipse->set(centre, normal, major, ratio);
-    else
-        ellipse->set(centre, normal, major, ratio, (from + shift) * kDegree, (to + shift) * kDegree);
-    add(ellipse, element.header, sink);
+    add(conicEntity(point(*origin, sink), xAxis, yAxis, primary, secondary, start * kDegree,
+                    std::abs(sweep) >= 360.0 ? 2.0 * kPi : sweep * kDegree),
+        element.header, sink);
 }
 
 void Importer::importText(const Element& element, const Sink& sink)
@@ -637,35 +384,8 @@ void Importer::importText(const Element& element, const Sink& sink)
     const double height = length(textSizeUor(text->heightMultiplier), sink);
     const double width = length(textSizeUor(text->lengthMultiplier), sink);
     const auto [xAxis, yAxis, zAxis] = axes(text->orientation, sink);
-    const double rotation = std::atan2(xAxis.y, xAxis.x);
-    auto* entity = new KoDbText;
-    const KoGePoint3d origin = point(text->origin, sink);
-    entity->setPosition(origin);
-    entity->setTextString(textOf(text->text));
-    entity->setHeight(height > 0.0 ? height : 1.0);
-    entity->setWidthFactor(height > 0.0 && width > 0.0 ? width / height : 1.0);
-    entity->setRotation(rotation);
-    // The stored origin is the lower left corner whatever the
-    // justification; the justified point is found from the character cell
-    // size and the number of characters.
-    // Justification codes: left, left margin, centre, right margin, right
-    // (code / 3), each top, centre, bottom (code % 3).
-    const int code = std::clamp(int{text->justification}, 0, 14);
-    const int horizontal = code / 3;
-    const int vertical = code % 3;
-    if (horizontal > 1 || vertical < 2) {
-        const double fx = horizontal <= 1 ? 0.0 : horizontal == 2 ? 0.5 : 1.0;
-        const double fy = vertical == 0 ? 1.0 : vertical == 1 ? 0.5 : 0.0;
-        const double textWidth = width * entity->textString().length();
-        entity->setHorizontalMode(horizontal <= 1 ? KoDbText::kTextLeft
-                                  : horizontal == 2 ? KoDbText::kTextCenter
-                                                    : KoDbText::kTextRight);
-        entity->setVerticalMode(vertical == 0 ? KoDbText::kTextTop
-                                : vertical == 1 ? KoDbText::kTextVertMid
-                                                : KoDbText::kTextBottom);
-        entity->setAlignmentPoint(origin + xAxis * (fx * textWidth) + yAxis * (fy * height));
-    }
-    add(entity, element.header, sink);
+    add(textEntity(point(text->origin, sink), xAxis, yAxis, textOf(text->text), height, width, text->justification),
+        element.header, sink);
 }
 
 void Importer::importTextNode(std::size_t index, std::size_t end, const Sink& sink)
@@ -677,7 +397,7 @@ void Importer::importTextNode(std::size_t index, std::size_t end, const Sink& si
         for (std::size_t i = index + 1; i < end; ++i) {
             const Element component = m_design.at(i);
             if (component.header.deleted) continue;
-            ++m_report.itemsRead;
+            ++m_out.report().itemsRead;
             if (component.as<Text>())
                 importText(component, sink);
             else
@@ -685,31 +405,23 @@ void Importer::importTextNode(std::size_t index, std::size_t end, const Sink& si
         }
         return;
     }
-    std::wstring contents;
+    std::vector<KoString> lines;
     std::optional<Header> first;
     for (std::size_t i = index + 1; i < end; ++i) {
         const Element component = m_design.at(i);
         const auto* text = component.as<Text>();
         if (!text || component.header.deleted) continue;
-        ++m_report.itemsRead;
+        ++m_out.report().itemsRead;
         if (!first) first = component.header;
-        if (!contents.empty()) contents += L"\\P";
-        contents += mtextEscaped(textOf(text->text));
+        lines.push_back(textOf(text->text));
     }
     if (!first) {
         skip(element, "empty text node");
         return;
     }
     const auto [xAxis, yAxis, zAxis] = axes(node->orientation, sink);
-    auto* mtext = new KoDbMText;
-    mtext->setLocation(point(node->origin, sink));
-    mtext->setContents(KoString(std::move(contents)));
     const double height = length(textSizeUor(node->heightMultiplier), sink);
-    mtext->setTextHeight(height > 0.0 ? height : 1.0);
-    mtext->setDirection(xAxis);
-    const int code = std::clamp(int{node->justification}, 0, 14);
-    const int horizontal = code / 3 <= 1 ? 0 : code / 3 == 2 ? 1 : 2;
-    mtext->setAttachment(static_cast<KoDbMText::AttachmentPoint>((code % 3) * 3 + horizontal + 1));
+    auto* mtext = mtextEntity(point(node->origin, sink), xAxis, lines, height, node->justification);
     // The node's spacing is the gap between lines; a factor of 1 puts lines
     // 5/3 of the text height apart.
     if (node->lineSpacing > 0 && height > 0.0)
@@ -728,11 +440,10 @@ void Importer::importCell(std::size_t index, std::size_t end, const Sink& sink)
     // transformation is a turn about Z and a uniform scale, and as the
     // design draws them otherwise; the reference places them back.
     const KoGePoint3d origin = point(cell->origin, Sink{});
-    double rotation = 0.0, scale = 1.0;
-    cellFrame(*cell, m_design.info.is3d, rotation, scale);
+    const auto [rotation, scale] = cellFrame(*cell, m_design.info.is3d).value_or(std::pair{0.0, 1.0});
     std::string name = radix50Name(cell->name);
     if (name.empty()) name = "CELL";
-    const KoDbObjectId blockId = addBlock(m_db, prefixed(latin1(name)), m_created);
+    const KoDbObjectId blockId = addBlock(m_out.database(), m_out.prefixed(latin1(name)), m_out.created());
     KoDbBlockTableRecord* block = nullptr;
     if (blockId.isNull() || kodbOpenObject(block, blockId, KoDb::kForWrite) != eOk) {
         skip(element, "cell whose block could not be made");
@@ -753,16 +464,7 @@ void Importer::importCell(std::size_t index, std::size_t end, const Sink& sink)
 bool Importer::appendOutline(const Element& element, const Sink& sink, Outline& outline) const
 {
     const double tolerance = 1e-9 * std::max(1.0, length(1.0, sink) * 1000.0);
-    auto append = [&](const KoGePoint3d& p, double bulge) {
-        if (outline.vertices.empty()) outline.elevation = p.z;
-        if (p.z != outline.elevation) return false;
-        const KoGePoint2d q{p.x, p.y};
-        if (!outline.vertices.empty() && samePoint(outline.vertices.back().point, q, tolerance))
-            outline.vertices.back().bulge = bulge;
-        else
-            outline.vertices.push_back({q, bulge});
-        return true;
-    };
+    auto append = [&](const KoGePoint3d& p, double bulge) { return outline.append(p, bulge, tolerance); };
     if (const auto* line = element.as<Line>())
         return append(point(line->start, sink), 0.0) && append(point(line->end, sink), 0.0);
     if (const auto* vertices = element.as<Vertices>(); vertices && element.type() != ElementType::Curve) {
@@ -774,26 +476,9 @@ bool Importer::appendOutline(const Element& element, const Sink& sink, Outline& 
         if (std::abs(arc->primaryAxis - arc->secondaryAxis) > 1e-12 * std::abs(arc->primaryAxis) || arc->sweepAngle == 0)
             return false;
         const auto [xAxis, yAxis, zAxis] = axes(arc->orientation, sink);
-        const KoGeVector3d normal = xAxis.crossProduct(yAxis).normal();
-        double sign = 1.0;
-        if (sameDirection(normal, -KoGeVector3d::kZAxis()))
-            sign = -1.0;
-        else if (!sameDirection(normal, KoGeVector3d::kZAxis()))
-            return false;
-        const KoGePoint3d centre = point(arc->origin, sink);
-        const double r = length(arc->primaryAxis, sink);
-        const double a0 = angleDegrees(arc->startAngle) * kDegree;
-        const double sweep = angleDegrees(arc->sweepAngle) * kDegree;
-        auto at = [&](double a) { return centre + xAxis * (r * std::cos(a)) + yAxis * (r * std::sin(a)); };
-        KoGePoint3d from = at(a0), to = at(a0 + sweep);
-        double bulge = sign * std::tan(sweep / 4.0);
-        // A component may run against the chain's direction.
-        if (!outline.vertices.empty() && !samePoint(outline.vertices.back().point, {from.x, from.y}, tolerance)
-            && samePoint(outline.vertices.back().point, {to.x, to.y}, tolerance)) {
-            std::swap(from, to);
-            bulge = -bulge;
-        }
-        return append(from, bulge) && append(to, 0.0);
+        return outline.appendArc(point(arc->origin, sink), xAxis, yAxis, length(arc->primaryAxis, sink),
+                                 angleDegrees(arc->startAngle) * kDegree, angleDegrees(arc->sweepAngle) * kDegree,
+                                 tolerance);
     }
     return false;
 }
@@ -813,16 +498,15 @@ void Importer::importComplex(std::size_t index, std::size_t end, const Sink& sin
     bool single = true;
     for (std::size_t i = 0; i < components.size() && single; ++i) single = appendOutline(components[i], sink, outline);
     if (single && outline.vertices.size() >= 2) {
-        m_report.itemsRead += components.size();
-        if (closed && outline.vertices.size() > 2
-            && samePoint(outline.vertices.front().point, outline.vertices.back().point, 0.0))
+        m_out.report().itemsRead += components.size();
+        if (closed && outline.vertices.size() > 2 && outline.vertices.front().point == outline.vertices.back().point)
             outline.vertices.pop_back();
         // The components carry the symbology; the header's level and the
         // fill linkage are the complex element's.
         Header header = components[0].header;
         header.level = element.header.level;
-        header.attributes = element.header.attributes;
-        addOutline(outline, closed, header, sink);
+        m_out.addOutline(outline, closed, symbology(header), fillColour(element.header), sink,
+                         elementTypeName(element.type()));
         return;
     }
     // Straight components off one plane still make one polyline, in 3D;
@@ -845,7 +529,7 @@ void Importer::importComplex(std::size_t index, std::size_t end, const Sink& sin
         }
     }
     if (straight && points.size() >= 2) {
-        m_report.itemsRead += components.size();
+        m_out.report().itemsRead += components.size();
         if (closed && points.size() > 2 && points.front().x == points.back().x && points.front().y == points.back().y)
             points.pop_back();
         auto* polyline = new KoDb3dPolyline;
@@ -916,17 +600,6 @@ std::size_t Importer::importBSpline(std::size_t index, const Sink& sink)
     return next;
 }
 
-// Undoes an import: erases what it made, newest first.
-void eraseCreated(const std::vector<KoDbObjectId>& created)
-{
-    for (auto it = created.rbegin(); it != created.rend(); ++it) {
-        KoDbObject* object = nullptr;
-        if (kodbOpenKoDbObject(object, *it, KoDb::kForWrite, false) != eOk) continue;
-        object->erase();
-        object->close();
-    }
-}
-
 // The file a stored reference name means: as stored, beside the master
 // file, or its file name alone beside the master file. Names written on
 // other systems use backslashes and drive or device prefixes.
@@ -942,11 +615,6 @@ fs::path findReference(const fs::path& master, const std::string& spec)
         if (!candidate.empty() && fs::is_regular_file(candidate, ec)) return candidate;
     return {};
 }
-
-struct Replacement {
-    KoDbObjectId old;
-    KoDbObjectId fresh;
-};
 
 // Converts the reference files a design attaches: each into a block named
 // after it, placed where the attachment places it. False when cancelled.
@@ -1096,39 +764,51 @@ int importDesign(const DgnImportState& state, KoDbDatabase* database, KxDgnExpor
     const fs::path file(state.file.toUtf8());
     // The whole design is read and decoded before the drawing is touched.
     auto design = StoredDesign::read(file);
+    if (!design && design.error().code == ReadError::Code::UnsupportedV8)
+        return importV8Design(state, database, target, report, blockId);
     if (!design) {
-        if (design.error().code == ReadError::Code::UnsupportedV8)
-            report.notes.push_back(state.file + L": a V8 design, which cannot be imported yet.");
-        else
-            report.notes.push_back(state.file + KoString::fromUtf8(": " + design.error().describe()));
+        report.notes.push_back(state.file + KoString::fromUtf8(": " + design.error().describe()));
         return KORTERROR;
     }
+    return placeDesign(
+        state, database, target, report, blockId, KoString::fromUtf8(file.stem().string()),
+        [&](KoDbObjectId spaceId, std::vector<KoDbObjectId>& created, std::vector<Replacement>& replacements) {
+            Importer importer(*design, state, database, target, report, created);
+            KoDbBlockTableRecord* space = nullptr;
+            if (kodbOpenObject(space, spaceId, KoDb::kForWrite) != eOk) return Placement::Failed;
+            bool finished = importer.run(space);
+            space->close();
+            if (finished && state.translationMode != 0)
+                finished = importReferences(importer, *design, file, state, database, service, target, spaceId,
+                                            report, created, replacements);
+            else if (!importer.attachments().empty())
+                report.skip("Reference attachment", "references are not converted in this mode",
+                            importer.attachments().size());
+            return finished ? Placement::Done : Placement::Cancelled;
+        });
+}
 
+int placeDesign(const DgnImportState& state, KoDbDatabase* database, const ImportTarget& target,
+                DgnTranslationReport& report, KoDbObjectId* blockId, const KoString& stem,
+                const std::function<Placement(KoDbObjectId spaceId, std::vector<KoDbObjectId>& created,
+                                              std::vector<Replacement>& replacements)>& fill)
+{
     std::vector<KoDbObjectId> created;
-    Importer importer(*design, state, database, target, report, created);
     KoDbObjectId designBlock;
     KoDbObjectId spaceId = database->modelSpaceId();
     const bool ownBlock = !target.blockName.isEmpty() || state.targetMode == 2;
     if (ownBlock) {
-        designBlock = addBlock(
-            database, !target.blockName.isEmpty() ? target.blockName : KoString::fromUtf8(file.stem().string()), created);
+        designBlock = addBlock(database, !target.blockName.isEmpty() ? target.blockName : stem, created);
         spaceId = designBlock;
     }
-    KoDbBlockTableRecord* space = nullptr;
-    if (spaceId.isNull() || kodbOpenObject(space, spaceId, KoDb::kForWrite) != eOk) {
+    std::vector<Replacement> replacements;
+    const Placement placed = spaceId.isNull() ? Placement::Failed : fill(spaceId, created, replacements);
+    if (placed == Placement::Failed) {
         eraseCreated(created);
         report.notes.push_back(L"The drawing's block could not be opened for the import.");
         return KORTERROR;
     }
-    bool finished = importer.run(space);
-    space->close();
-    std::vector<Replacement> replacements;
-    if (finished && state.translationMode != 0)
-        finished = importReferences(importer, *design, file, state, database, service, target, spaceId, report,
-                                    created, replacements);
-    else if (!importer.attachments().empty())
-        report.skip("Reference attachment", "references are not converted in this mode",
-                    importer.attachments().size());
+    bool finished = placed == Placement::Done;
     if (finished && ownBlock && target.blockName.isEmpty()) {
         KoDbBlockTableRecord* model = nullptr;
         if (kodbOpenObject(model, database->modelSpaceId(), KoDb::kForWrite) == eOk) {

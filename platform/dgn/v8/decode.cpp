@@ -11,6 +11,7 @@ namespace Kora::Dgn::V8 {
 namespace {
 
 constexpr std::uint16_t StringLinkageId = 22226;
+constexpr std::uint16_t FillLinkageId = 0x41;
 constexpr std::uint32_t ThreeDFlag = 0x800;
 constexpr std::uint32_t HoleFlag = 0x8000;
 constexpr std::uint16_t BSplinePoleType = 21;
@@ -192,6 +193,20 @@ std::string linkageString(std::span<const std::byte> element, std::uint32_t stri
     return {};
 }
 
+// The fill colour of a fill linkage: as in V7 designs, the byte at 8 of
+// the linkage (the sample's one filled shape holds index 0 there; its shown
+// colour, a true colour, is kept elsewhere and not read).
+std::optional<std::uint32_t> fillColour(std::span<const std::byte> element)
+{
+    std::size_t at = std::size_t{readU32(element, 8)} * 2;
+    while (at + 12 <= element.size()) {
+        const std::uint16_t header = readU16(element, at);
+        if (readU16(element, at + 2) == FillLinkageId) return std::to_integer<std::uint32_t>(element[at + 8]);
+        at += (std::size_t{header & 0xFFu} + 1) * 2;
+    }
+    return std::nullopt;
+}
+
 Element decodeElement(std::span<const std::byte> bytes, const Model& model, Diagnostic& problem)
 {
     Element element;
@@ -237,6 +252,7 @@ Element decodeElement(std::span<const std::byte> bytes, const Model& model, Diag
         break;
     }
     case 4: case 6: case 11: case 21: case 22: { // line string, shape, curve, B-spline poles, point string
+        if (element.type == 6) element.fillColour = fillColour(bytes);
         LinearBody body;
         if (!decodePoints(f, is3d, body, problem)) return keepUnknown();
         element.body = std::move(body);
@@ -255,6 +271,7 @@ Element decodeElement(std::span<const std::byte> bytes, const Model& model, Diag
         break;
     }
     case 7: case 12: case 14: case 34: // text node, complex chain and shape, shared cell definition
+        if (element.type == 14) element.fillColour = fillColour(bytes);
         element.body = ComplexBody{};
         break;
     case 2: { // cell header

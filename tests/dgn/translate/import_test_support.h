@@ -68,6 +68,21 @@ inline bool hasName(const std::vector<std::string>& names, const std::string& na
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
+// The drawing's tables and model space entities (by handle): equal
+// snapshots mean an import left nothing behind.
+struct Snapshot {
+    std::vector<std::string> layers, linetypes, blocks;
+    std::vector<std::uint64_t> entities;
+    bool operator==(const Snapshot&) const = default;
+};
+
+inline Snapshot snapshot(const KoDbDatabase& db)
+{
+    Snapshot s{recordNames(db.layerTableId()), recordNames(db.linetypeTableId()), recordNames(db.blockTableId()), {}};
+    for (const KoDbObjectId id : entitiesOf(db.modelSpaceId())) s.entities.push_back(id.handle().value());
+    return s;
+}
+
 inline void expectAuditClean(const KoDbDatabase& db, const std::filesystem::path& file)
 {
     KoString message;

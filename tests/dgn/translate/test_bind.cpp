@@ -208,3 +208,21 @@ TEST(DgnBind, LockedLayerOrMissingFileChangesNothing)
     EXPECT_EQ(report.referencesNotFound.size(), 1u);
     EXPECT_EQ(describe(drawing.db), before);
 }
+
+TEST(DgnBind, AV8UnderlayBindsItsModelWithTheNamesApart)
+{
+    Attached drawing(false, sample("v8/test_dgnv8.dgn"));
+    KoDbDatabase& db = drawing.db;
+    bool locked = true;
+    DgnTranslationReport report;
+    ASSERT_TRUE(doDgnBind(drawing.definition, L"site", locked, false, &report));
+    const auto blocks = recordNames(db.blockTableId());
+    for (const char* name : {"site", "site$0$CELL", "site$0$CELL_2", "site$0$Named definition"})
+        EXPECT_TRUE(hasName(blocks, name)) << name;
+    const auto layers = recordNames(db.layerTableId());
+    EXPECT_TRUE(hasName(layers, "site$0$Default"));
+    EXPECT_TRUE(hasName(layers, "site$0$1"));
+    EXPECT_FALSE(hasName(layers, "site$0$0")); // the cells' level 0 is layer 0
+    EXPECT_EQ(ofClass(db.modelSpaceId(), KoDbBlockReference::desc()).size(), 2u);
+    expectAuditClean(db, scratch("bind-v8") / "bound.dxf");
+}

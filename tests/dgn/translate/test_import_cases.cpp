@@ -92,19 +92,6 @@ fs::path design(const fs::path& file, const std::vector<Element>& elements)
 
 // What a drawing holds: names of its tables and the handles of its
 // model-space entities.
-struct Snapshot {
-    std::vector<std::string> layers, linetypes, blocks;
-    std::vector<std::uint64_t> entities;
-    bool operator==(const Snapshot&) const = default;
-};
-
-Snapshot snapshot(const KoDbDatabase& db)
-{
-    Snapshot s{recordNames(db.layerTableId()), recordNames(db.linetypeTableId()), recordNames(db.blockTableId()), {}};
-    for (const KoDbObjectId id : entitiesOf(db.modelSpaceId())) s.entities.push_back(id.handle().value());
-    return s;
-}
-
 template <class T>
 std::vector<KoDbObjectId> ofKind(KoDbObjectId blockId)
 {
@@ -384,9 +371,15 @@ TEST(DgnImportCases, UnreadableFilesChangeNothing)
     const fs::path truncated = folder / "truncated.dgn";
     std::ofstream(truncated, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 
+    // A V8 design cut short fails in its container, before any model is read.
+    std::vector<std::byte> v8 = sampleBytes("v8/test_dgnv8.dgn");
+    v8.resize(v8.size() / 2);
+    const fs::path truncatedV8 = folder / "truncated-v8.dgn";
+    std::ofstream(truncatedV8, std::ios::binary).write(reinterpret_cast<const char*>(v8.data()), static_cast<std::streamsize>(v8.size()));
+
     KoDbDatabase db;
     const Snapshot before = snapshot(db);
-    for (const fs::path& file : {truncated, folder / "missing.dgn", sample("v8/test_dgnv8.dgn")}) {
+    for (const fs::path& file : {truncated, folder / "missing.dgn", truncatedV8}) {
         SCOPED_TRACE(file.string());
         DgnTranslationReport report;
         EXPECT_EQ(importFile(file, db, report), KORTERROR);
@@ -394,10 +387,6 @@ TEST(DgnImportCases, UnreadableFilesChangeNothing)
         ASSERT_FALSE(report.notes.empty());
         EXPECT_EQ(report.itemsWritten, 0u);
     }
-    DgnTranslationReport report;
-    importFile(sample("v8/test_dgnv8.dgn"), db, report);
-    EXPECT_NE(report.notes[0].toUtf8().find("V8"), std::string::npos);
-    EXPECT_NE(report.notes[0].toUtf8().find("cannot be imported yet"), std::string::npos);
 }
 
 TEST(DgnImportCases, SummaryCountsWhatWasNotTranslated)

@@ -22,6 +22,7 @@
 #include <expected>
 #include <limits>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <variant>
@@ -151,6 +152,7 @@ struct Element {
     std::uint32_t colour = 0;       // colour index
     std::uint32_t weight = 0;
     std::int32_t style = 0;         // 0..7 the standard styles
+    std::optional<std::uint32_t> fillColour; // a filled shape's fill colour index (its fill linkage)
     Point rangeLow;                 // the element's range, master units
     Point rangeHigh;
     Body body;
