@@ -466,8 +466,7 @@ void Reader::place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* ow
 {
     uint64_t handle = c.handle;
     if (handle) {
-        const auto it = m_d.byHandle.find(handle);
-        if (it != m_d.byHandle.end() && it->second->object) {
+        if (const KoDbStub* stub = m_d.byHandle.find(handle); stub && stub->object) {
             repaired(ReadCode::kDuplicateHandle, 0,
                      "handle " + KoDbHandle(handle).ascii().toUtf8() + " was used twice; the second object got a new handle");
             handle = 0;
