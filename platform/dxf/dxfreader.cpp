@@ -405,6 +405,7 @@ void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode
 {
     static const std::string none;
     const std::string* subclass = &none;
+    c.body.reserve(r.size);
     const RTag* end = r.end();
     for (const RTag* t = r.begin(); t != end; ++t) {
         const int code = t->code;
