@@ -766,26 +766,20 @@ Kora::ErrorStatus kodbWriteDxfFile(const KoDbDatabase& database, const KoString&
         if (message) *message = KoString::fromUtf8(file.error().message);
         return file.error().status;
     }
-    // Text goes out in large pieces: the drawing is never held twice.
+    // The writer hands over text in large pieces, which go straight to the
+    // file: the drawing is never held twice.
     struct FileSink : Kora::Dxf::Sink {
         Kora::AtomicFileWriter& file;
-        std::string buffer;
         std::optional<Kora::FileError> error;
         explicit FileSink(Kora::AtomicFileWriter& f) : file(f) {}
-        bool flush()
-        {
-            if (auto written = file.write(buffer); !written) error = written.error();
-            buffer.clear();
-            return !error;
-        }
         bool write(const char* data, size_t size) override
         {
-            buffer.append(data, size);
-            return buffer.size() < (1u << 20) || flush();
+            if (auto written = file.write(std::string_view(data, size)); !written) error = written.error();
+            return !error;
         }
     } sink(*file);
     Kora::ErrorStatus es = Kora::Dxf::Writer(database, sink).run();
-    if (es == Kora::eOk && sink.flush()) {
+    if (es == Kora::eOk && !sink.error) {
         if (auto committed = file->commit(); !committed) sink.error = committed.error();
     }
     if (sink.error) {
