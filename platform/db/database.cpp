@@ -215,9 +215,8 @@ Kora::ErrorStatus KoDbDatabase::getKoDbObjectId(KoDbObjectId& id, bool createIfN
 {
     id = {};
     if (handle.isNull()) return Kora::eInvalidInput;
-    const auto it = m_impl->byHandle.find(handle.value());
-    if (it != m_impl->byHandle.end()) {
-        id = KoDbObjectId(it->second);
+    if (KoDbStub* stub = m_impl->byHandle.find(handle.value())) {
+        id = KoDbObjectId(stub);
         return Kora::eOk;
     }
     if (!createIfNotFound) return Kora::eKeyNotFound;

@@ -4,7 +4,6 @@
 
 #include <deque>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -26,6 +25,59 @@ struct KoDbStub {
     uint64_t handle = 0;
 };
 
+// Handle to slot, open addressing in one array: growing it moves pairs
+// instead of allocating a node per handle, and dropping it is one free.
+// Handle 0 never names an object and marks a free slot.
+class KoDbHandleTable {
+public:
+    KoDbStub* find(uint64_t handle) const
+    {
+        if (m_slots.empty()) return nullptr;
+        for (size_t i = indexOf(handle);; i = (i + 1) & (m_slots.size() - 1)) {
+            const Slot& s = m_slots[i];
+            if (s.handle == handle) return s.stub;
+            if (s.handle == 0) return nullptr;
+        }
+    }
+    // Adds the pair unless the handle is there already.
+    void insert(uint64_t handle, KoDbStub* stub)
+    {
+        if ((m_size + 1) * 4 > m_slots.size() * 3) grow();
+        for (size_t i = indexOf(handle);; i = (i + 1) & (m_slots.size() - 1)) {
+            Slot& s = m_slots[i];
+            if (s.handle == handle) return;
+            if (s.handle == 0) {
+                s = {handle, stub};
+                ++m_size;
+                return;
+            }
+        }
+    }
+
+private:
+    struct Slot {
+        uint64_t handle = 0;
+        KoDbStub* stub = nullptr;
+    };
+    // Handles mostly come in runs; the multiply spreads them over the table.
+    size_t indexOf(uint64_t handle) const
+    {
+        const uint64_t h = handle * 0x9E3779B97F4A7C15ull;
+        return static_cast<size_t>(h ^ (h >> 32)) & (m_slots.size() - 1);
+    }
+    void grow()
+    {
+        std::vector<Slot> old(m_slots.empty() ? 64 : m_slots.size() * 2);
+        old.swap(m_slots);
+        m_size = 0;
+        for (const Slot& s : old)
+            if (s.handle != 0) insert(s.handle, s.stub);
+    }
+
+    std::vector<Slot> m_slots;  // a power of two long
+    size_t m_size = 0;
+};
+
 struct KoDbObject::Extra {
     std::vector<KoDbStub*> reactors;
     KoDbStub* extensionDictionary = nullptr;
@@ -36,7 +88,7 @@ struct KoDbObject::Extra {
 struct KORA_API KoDbDatabase::Impl {
     KoDbDatabase* self = nullptr;
     std::deque<KoDbStub> stubs;
-    std::unordered_map<uint64_t, KoDbStub*> byHandle;
+    KoDbHandleTable byHandle;
     uint64_t handseed = 1;
     int openCount = 0;
 

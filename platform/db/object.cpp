@@ -329,14 +329,14 @@ KoDbStub* KoDbDatabase::Impl::newStub(uint64_t handle)
     KoDbStub& stub = stubs.emplace_back();
     stub.database = self;
     stub.handle = handle;
-    byHandle.emplace(handle, &stub);
+    byHandle.insert(handle, &stub);
     return &stub;
 }
 
 KoDbStub* KoDbDatabase::Impl::stubFor(uint64_t handle)
 {
-    const auto it = byHandle.find(handle);
-    return it != byHandle.end() ? it->second : newStub(handle);
+    KoDbStub* stub = byHandle.find(handle);
+    return stub ? stub : newStub(handle);
 }
 
 KoDbDatabase::Impl::~Impl()
@@ -363,7 +363,7 @@ void KoDbAccess::numberStub(KoDbDatabase& db, KoDbStub* stub)
 {
     KoDbDatabase::Impl& impl = *db.m_impl;
     stub->handle = impl.handseed++;
-    impl.byHandle.emplace(stub->handle, stub);
+    impl.byHandle.insert(stub->handle, stub);
 }
 
 Kora::ErrorStatus KoDbAccess::add(KoDbDatabase& db, KoDbObject* o, KoDbStub* owner, bool openForWrite, uint64_t handle)

@@ -29,6 +29,10 @@ struct RTag {
     int code = 0;
     std::string value;
     long line = 0;
+    // The value of a number group once the record is validated, so that it
+    // is parsed once.
+    bool parsed = false;
+    double number = 0.0;
 };
 
 // One record: its name and tags, reusing string storage between records.
@@ -46,9 +50,12 @@ struct Record {
         t.code = code;
         t.value.assign(value);
         t.line = line;
+        t.parsed = false;
     }
     const RTag* begin() const { return tags.data(); }
     const RTag* end() const { return tags.data() + size; }
+    RTag* begin() { return tags.data(); }
+    RTag* end() { return tags.data() + size; }
 };
 
 // A tag of a record's body with the subclass it came in.
@@ -131,8 +138,8 @@ private:
     KoString wide(const std::string& value) { return KoString::fromUtf8(value); }
     double dbl(const RTag& t)
     {
-        double d;
-        if (!parseDouble(t.value, d)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not a number (group " + std::to_string(t.code) + ")");
+        double d = t.number;
+        if (!t.parsed && !parseDouble(t.value, d)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not a number (group " + std::to_string(t.code) + ")");
         if (!std::isfinite(d)) fail(ReadCode::kBadValue, t.line, "the number \"" + t.value.substr(0, 40) + "\" is out of range");
         return d;
     }
@@ -175,10 +182,12 @@ private:
     }
     KoDbObjectId idOf(const RTag& t) { return KoDbObjectId(stubOf(t)); }
     // Every value of a record must suit its group code, modelled or not.
-    void validate(const Record& r)
+    void validate(Record& r)
     {
-        for (const RTag& t : r) {
-            if (validValue(t.code, t.value)) continue;
+        for (RTag& t : r) {
+            if (valueKind(t.code) == ValueKind::Double ? (t.parsed = parseDouble(t.value, t.number))
+                                                       : validValue(t.code, t.value))
+                continue;
             const std::string shown = "\"" + t.value.substr(0, 40) + "\"";
             switch (valueKind(t.code)) {
             case ValueKind::Handle: fail(ReadCode::kBadValue, t.line, shown + " is not a handle (group " + std::to_string(t.code) + ")");
@@ -396,6 +405,7 @@ void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode
 {
     static const std::string none;
     const std::string* subclass = &none;
+    c.body.reserve(r.size);
     const RTag* end = r.end();
     for (const RTag* t = r.begin(); t != end; ++t) {
         const int code = t->code;
@@ -466,8 +476,7 @@ void Reader::place(KoDbObject* o, Common& c, KoDbDxfTags preserved, KoDbStub* ow
 {
     uint64_t handle = c.handle;
     if (handle) {
-        const auto it = m_d.byHandle.find(handle);
-        if (it != m_d.byHandle.end() && it->second->object) {
+        if (const KoDbStub* stub = m_d.byHandle.find(handle); stub && stub->object) {
             repaired(ReadCode::kDuplicateHandle, 0,
                      "handle " + KoDbHandle(handle).ascii().toUtf8() + " was used twice; the second object got a new handle");
             handle = 0;

@@ -9,7 +9,21 @@ namespace Kora::Dxf {
 
 namespace {
 constexpr size_t kChunk = 1 << 20;
+
+// Nearly every group code is a few plain digits; anything else (a sign, a
+// decimal point, an exponent) takes the general number parser.
+bool plainCode(std::string_view t, int64_t& code)
+{
+    if (t.empty() || t.size() > 4) return false;
+    int64_t c = 0;
+    for (const char ch : t) {
+        if (ch < '0' || ch > '9') return false;
+        c = c * 10 + (ch - '0');
+    }
+    code = c;
+    return true;
 }
+}  // namespace
 
 TagReader::TagReader(std::string_view memory) : m_data(memory.data()), m_end(memory.size()), m_eof(true) {}
 
@@ -75,7 +89,8 @@ bool TagReader::next(int& code, std::string_view& value)
     m_tagLine = m_line;
     const std::string_view t = trimmed(codeText);
     int64_t c = 0;
-    if (t.empty() || !parseInt(t, c) || t.find('.') != std::string_view::npos || c < -32768 || c > 32767) {
+    if (!plainCode(t, c) &&
+        (t.empty() || !parseInt(t, c) || t.find('.') != std::string_view::npos || c < -32768 || c > 32767)) {
         m_error = "a group code was expected, found \"" + std::string(t.substr(0, 40)) + "\"";
         return false;
     }

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <numbers>
 #include <optional>
+#include <unordered_map>
 
 #include "dbimpl.h"
 #include "dxfcodes.h"
@@ -194,7 +195,10 @@ private:
     void objects();
     void object(const KoDbObject* o);
 
-    std::string layerName(KoDbObjectId id) const;
+    // Name of a symbol table record, converted once per record.
+    const std::string& layerName(KoDbObjectId id);
+    // The kind of an entity by its class, looked up once per class.
+    const EntityKind* kindOf(const KoDbEntity* e);
 
     const KoDbDatabase& m_db;
     KoDbDatabase::Impl& m_d;
@@ -204,12 +208,25 @@ private:
     std::string m_subclass;
     uint64_t m_nextHandle = 0, m_handseedOut = 0;
     bool m_needKoraApp = false;
+    std::unordered_map<const KoDbStub*, std::string> m_names;
+    std::unordered_map<const KoRxClass*, const EntityKind*> m_kinds;
 };
 
-std::string Writer::layerName(KoDbObjectId id) const
+const std::string& Writer::layerName(KoDbObjectId id)
 {
-    const auto* r = kodbPeek<KoDbSymbolTableRecord>(id);
-    return r ? r->getName().toUtf8() : std::string("0");
+    const auto [it, added] = m_names.try_emplace(id.stub());
+    if (added) {
+        const auto* r = kodbPeek<KoDbSymbolTableRecord>(id);
+        it->second = r ? r->getName().toUtf8() : std::string("0");
+    }
+    return it->second;
+}
+
+const EntityKind* Writer::kindOf(const KoDbEntity* e)
+{
+    const auto [it, added] = m_kinds.try_emplace(e->isA());
+    if (added) it->second = entityKind(e);
+    return it->second;
 }
 
 void Writer::begin(std::string_view name, const KoDbObject* o, int handleCode, KoDbStub* owner)
@@ -538,7 +555,8 @@ void Writer::entities()
 
 void Writer::entity(const KoDbEntity* e, bool paperSpace)
 {
-    const std::string name = kodbDxfName(e);
+    const EntityKind* kind = kindOf(e);
+    const std::string name = kind ? std::string(kind->dxfName) : kodbDxfName(e);
     if (name.empty()) return;  // a class no file can hold
 
     begin(name, e);
@@ -546,7 +564,7 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     if (paperSpace) tag(67, 1);
     tag(8, layerName(e->layerId()));
     if (live(e->linetypeId())) {
-        const std::string lt = layerName(e->linetypeId());
+        const std::string& lt = layerName(e->linetypeId());
         if (lt != "ByLayer") tag(6, lt);
     }
     const KoCmColor& color = e->color();
@@ -558,7 +576,6 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
     if (!e->visibility()) tag(60, 1);
     keptOfCurrent();
 
-    const EntityKind* kind = entityKind(e);
     if (kind) fields(*kind, e);
     keptOfCurrent();
     end(e);
@@ -576,7 +593,7 @@ void Writer::entity(const KoDbEntity* e, bool paperSpace)
 // record that ends them.
 void Writer::sequence(const EntitySequence& seq, const KoDbEntity* e, bool paperSpace)
 {
-    const std::string layer = layerName(e->layerId());
+    const std::string& layer = layerName(e->layerId());
     auto head = [&](std::string_view name) {
         tag(0, name);
         handle(5, newHandle());
@@ -749,26 +766,20 @@ Kora::ErrorStatus kodbWriteDxfFile(const KoDbDatabase& database, const KoString&
         if (message) *message = KoString::fromUtf8(file.error().message);
         return file.error().status;
     }
-    // Text goes out in large pieces: the drawing is never held twice.
+    // The writer hands over text in large pieces, which go straight to the
+    // file: the drawing is never held twice.
     struct FileSink : Kora::Dxf::Sink {
         Kora::AtomicFileWriter& file;
-        std::string buffer;
         std::optional<Kora::FileError> error;
         explicit FileSink(Kora::AtomicFileWriter& f) : file(f) {}
-        bool flush()
-        {
-            if (auto written = file.write(buffer); !written) error = written.error();
-            buffer.clear();
-            return !error;
-        }
         bool write(const char* data, size_t size) override
         {
-            buffer.append(data, size);
-            return buffer.size() < (1u << 20) || flush();
+            if (auto written = file.write(std::string_view(data, size)); !written) error = written.error();
+            return !error;
         }
     } sink(*file);
     Kora::ErrorStatus es = Kora::Dxf::Writer(database, sink).run();
-    if (es == Kora::eOk && sink.flush()) {
+    if (es == Kora::eOk && !sink.error) {
         if (auto committed = file->commit(); !committed) sink.error = committed.error();
     }
     if (sink.error) {

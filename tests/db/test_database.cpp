@@ -5,6 +5,8 @@
 #include <cmath>
 #include <memory>
 #include <numbers>
+#include <utility>
+#include <vector>
 
 #include "dbtest.h"
 #include "kora/db/database.h"
@@ -101,6 +103,33 @@ TEST(KoDbDatabase, OpenModesFollowTheHostRules)
     EXPECT_EQ(std::hash<KoDbObjectId>{}(same), std::hash<KoDbObjectId>{}(id));
     EXPECT_EQ(db.getKoDbObjectId(same, false, KoDbHandle(0xFFFFFF)), Kora::eKeyNotFound);
     EXPECT_EQ(id.objectClass(), KoDbLine::desc());
+}
+
+TEST(KoDbDatabase, HandlesKeepTheirIdsWhileTheTableGrows)
+{
+    // Handles of files come in runs, with gaps and with strides that share
+    // their low bits; each must keep naming the id made for it.
+    KoDbDatabase db;
+    std::vector<std::pair<KoDbHandle, KoDbObjectId>> made;
+    for (uint64_t k = 1; k <= 3000; ++k)
+        for (const uint64_t h : {0x10000 + k, k << 20, (k << 40) | 7}) {
+            KoDbObjectId id;
+            ASSERT_EQ(db.getKoDbObjectId(id, true, KoDbHandle(h)), Kora::eOk);
+            made.emplace_back(KoDbHandle(h), id);
+        }
+    for (const auto& [handle, id] : made) {
+        KoDbObjectId found;
+        ASSERT_EQ(db.getKoDbObjectId(found, true, handle), Kora::eOk);
+        EXPECT_EQ(found, id);
+        EXPECT_EQ(found.handle(), handle);
+    }
+    KoDbObjectId none;
+    EXPECT_EQ(db.getKoDbObjectId(none, false, KoDbHandle(0x10000 + 3001)), Kora::eKeyNotFound);
+    EXPECT_EQ(db.getKoDbObjectId(none, false, KoDbHandle(3001ull << 20)), Kora::eKeyNotFound);
+    // New objects are numbered above every handle given.
+    EXPECT_EQ(db.handseed().value(), (3000ull << 40 | 7) + 1);
+    const KoDbObjectId line = appendToModel(db, new KoDbLine({0, 0, 0}, {1, 0, 0}));
+    EXPECT_EQ(line.handle().value(), (3000ull << 40 | 7) + 1);
 }
 
 TEST(KoDbDatabase, ErasedObjectsAreSkippedButKept)
