@@ -64,7 +64,8 @@ void CDgnMappingTabList::fill()
     while (columnCount() > 0) deleteColumn(0);
     m_rowKeys.clear();
     m_choices.clear();
-    const int half = rect().width / 2;
+    // Half the client area each: the grid less its frame of two pixels a side.
+    const int half = (rect().width - 4) / 2;
     insertColumn(0, m_import ? L"DGN" : L"DWG", half, Align::Centre);
     insertColumn(1, m_import ? L"DWG" : L"DGN", half, Align::Centre);
     setRowHeight(kRowHeight);
