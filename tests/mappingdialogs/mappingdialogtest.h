@@ -1,33 +1,22 @@
-// Shared by the mapping dialog tests: an offscreen Qt application, a clean
-// slate of test answers and a store file each test writes itself.
+// Shared by the mapping dialog tests: the kit's test fixture and a store
+// file each test writes itself.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <QApplication>
 #include <QLineEdit>
-#include <QTest>
 
-#include <cstdlib>
-
-#include "kora/ui/application.h"
-#include "kora/ui/testhooks.h"
 #include "storefile.h"
+#include "uikittest.h"
 
-class MappingDialogTest : public ::testing::Test {
+class MappingDialogTest : public UiTest {
 protected:
     void SetUp() override
     {
-        Kora::Ui::installHostServices();
-        ASSERT_TRUE(Kora::Ui::ensureApplication());
-        Kora::Ui::Test::clear();
-        unsetenv("KORA_DPI_SCALE");
+        UiTest::SetUp();
         removeStoreFile();
     }
     void TearDown() override
     {
-        Kora::Ui::Test::clear();
-        unsetenv("KORA_DPI_SCALE");
+        UiTest::TearDown();
         removeStoreFile();
     }
 

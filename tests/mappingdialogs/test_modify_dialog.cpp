@@ -10,13 +10,15 @@
 #include <set>
 
 #include "dialogdriver.h"
+#include "kora/db/database.h"
+#include "kora/dxf/dxf.h"
 #include "mapping/DgnSetupFile.h"
 #include "mappingdialogtest.h"
 #include "ui/mappingmodifydialog.h"
 
 using namespace Kora::DgnCommands;
 using namespace Kora::Ui;
-namespace UiTest = Kora::Ui::Test;
+namespace Hooks = Kora::Ui::Test;
 
 namespace {
 
@@ -37,7 +39,7 @@ std::vector<KoString> rows(ListCtrl& grid, int column)
 // Runs the dialog with `inside` done while it is shown, then OK or Cancel.
 int runModify(CDgnMappingModifyDlg& dialog, bool ok, std::function<void()> inside = {})
 {
-    UiTest::DialogDriver driver;
+    Hooks::DialogDriver driver;
     auto& script = driver.on(CDgnMappingModifyDlg::kDialogId).call([&](QDialog&) {
         if (inside) inside();
     });
@@ -205,12 +207,12 @@ TEST_F(MappingDialogTest, PastingCopyingAndRemovingRows)
     // Removing a row asks first.
     showTab(dialog, 0);
     layers.focusCell(1, 0);
-    UiTest::queueMessageBoxAnswer(KOID_NO);
-    UiTest::queueMenuAnswer(CDgnMappingTabList::kRemoveRow);
+    Hooks::queueMessageBoxAnswer(KOID_NO);
+    Hooks::queueMenuAnswer(CDgnMappingTabList::kRemoveRow);
     menuKey(layers);
     EXPECT_EQ(layers.itemCount(), 2);
-    UiTest::queueMessageBoxAnswer(KOID_YES);
-    UiTest::queueMenuAnswer(CDgnMappingTabList::kRemoveRow);
+    Hooks::queueMessageBoxAnswer(KOID_YES);
+    Hooks::queueMenuAnswer(CDgnMappingTabList::kRemoveRow);
     menuKey(layers);
     EXPECT_EQ(rows(layers, 0), (std::vector<KoString>{L"1"}));
     EXPECT_EQ(dialog.workingSetup().layerMap, (DgnMappingTable{{L"1", L"RIVER"}}));
@@ -224,8 +226,8 @@ TEST_F(MappingDialogTest, DgnButtonAddsTheNamesDgninfoShows)
         const std::string file = std::string(KORA_TEST_DATA_DIR) + "/dgn/" + name;
         DgnMappingSetupStore store;
         CDgnMappingModifyDlg dialog(L"Fresh", L"", true, store);
-        UiTest::queueFileDialogAnswer({KoString::fromUtf8(file)});
-        UiTest::DialogDriver driver;
+        Hooks::queueFileDialogAnswer({KoString::fromUtf8(file)});
+        Hooks::DialogDriver driver;
         driver.on(CDgnMappingModifyDlg::kDialogId).press(CDgnMappingModifyDlg::kSourceButton).ok();
         EXPECT_EQ(dialog.DoModal(), KOID_OK);
         EXPECT_TRUE(driver.problems().empty());
@@ -250,7 +252,39 @@ TEST_F(MappingDialogTest, DgnButtonAddsTheNamesDgninfoShows)
         }
         EXPECT_EQ(used.size(), setup.lineTypeMap.size()) << name;
         EXPECT_FALSE(setup.layerMap.empty());
-        EXPECT_EQ(UiTest::fileDialogsAsked().back().title, L"Add properties from DGN file");
-        UiTest::clear();
+        EXPECT_EQ(Hooks::fileDialogsAsked().back().title, L"Add properties from DGN file");
+        Hooks::clear();
     }
+}
+
+TEST_F(MappingDialogTest, DrawingButtonOfAnExportSetupAddsTheDrawingsLayersAndLinetypes)
+{
+    KoDbDatabase drawing;
+    KoDbLayerTable* layers = nullptr;
+    ASSERT_EQ(drawing.getLayerTable(layers, KoDb::kForWrite), Kora::eOk);
+    for (const wchar_t* name : {L"PIPE", L"VALVES"}) {
+        auto* layer = new KoDbLayerTableRecord;
+        layer->setName(name);
+        ASSERT_EQ(layers->add(layer), Kora::eOk);
+        layer->close();
+    }
+    layers->close();
+    const std::filesystem::path dxf = std::filesystem::path(std::getenv("KORA_USER_ROOT")) / "network.dxf";
+    ASSERT_EQ(kodbWriteDxfFile(drawing, KoString::fromUtf8(dxf.string())), Kora::eOk);
+
+    writeStoreFile(kThreeSetups);
+    DgnMappingSetupStore store = loadedStore();
+    CDgnMappingModifyDlg dialog(L"Pipes", L"Pipes", false, store);
+    Hooks::queueFileDialogAnswer({KoString::fromUtf8(dxf.string())});
+    Hooks::DialogDriver driver;
+    driver.on(CDgnMappingModifyDlg::kDialogId).press(CDgnMappingModifyDlg::kSourceButton).ok();
+    EXPECT_EQ(dialog.DoModal(), KOID_OK);
+    EXPECT_TRUE(driver.problems().empty());
+    EXPECT_EQ(Hooks::fileDialogsAsked().back().title, L"Add properties from drawing file");
+
+    // The setup's own entry keeps its target; the new names map to themselves.
+    const DgnMappingSetupStore again = loadedStore();
+    const DgnMappingSetup& pipes = *again.find(L"Pipes");
+    EXPECT_EQ(pipes.layerMap, (DgnMappingTable{{L"0", L"0"}, {L"PIPE", L"7"}, {L"VALVES", L"VALVES"}}));
+    EXPECT_EQ(pipes.lineTypeMap.at(L"Continuous"), L"Continuous");
 }

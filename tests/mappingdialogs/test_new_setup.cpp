@@ -15,7 +15,7 @@
 
 using namespace Kora::DgnCommands;
 using namespace Kora::Ui;
-namespace UiTest = Kora::Ui::Test;
+namespace Hooks = Kora::Ui::Test;
 
 namespace {
 
@@ -54,7 +54,7 @@ TEST_F(MappingDialogTest, NewSetupProposesAFreeNameAndIsCreatedAsTypedThenListed
     CDgnMappingDlg setups(0, L"Roads");
     ASSERT_TRUE(setups.Create());
 
-    UiTest::DialogDriver driver;
+    Hooks::DialogDriver driver;
     driver.on(CDgnMappingNewDlg::kDialogId)
         .call([](QDialog& dialog) {
             EXPECT_EQ(nameTyped(dialog), "Copy of Roads (2)");
@@ -79,7 +79,7 @@ TEST_F(MappingDialogTest, NewSetupProposesAFreeNameAndIsCreatedAsTypedThenListed
     EXPECT_NE(readStoreFile().find("Name= Aardvark"), std::string::npos);
 
     // Proposals count on while taken.
-    UiTest::DialogDriver again;
+    Hooks::DialogDriver again;
     again.on(CDgnMappingNewDlg::kDialogId)
         .call([](QDialog& dialog) { EXPECT_EQ(nameTyped(dialog), "Copy of Pipes"); })
         .cancel();
@@ -95,9 +95,9 @@ TEST_F(MappingDialogTest, NewSetupRefusesBadNamesAndKeepsTheDialogOpen)
     writeStoreFile(kThreeSetups);
     DgnMappingSetupStore store;
     loadMappingSetups(store);
-    for (int i = 0; i < 4; ++i) UiTest::queueMessageBoxAnswer(KOID_OK);
+    for (int i = 0; i < 4; ++i) Hooks::queueMessageBoxAnswer(KOID_OK);
 
-    UiTest::DialogDriver driver;
+    Hooks::DialogDriver driver;
     driver.on(CDgnMappingNewDlg::kDialogId)
         .type(CDgnMappingNewDlg::kName, L"roads")
         .ok()
@@ -126,7 +126,7 @@ TEST_F(MappingDialogTest, ExportOnlyRestrictionMakesAnExportSetupWithTheButtonsS
     writeStoreFile(kThreeSetups);
     CDgnMappingDlg setups(2, L"Roads");
     ASSERT_TRUE(setups.Create());
-    UiTest::DialogDriver driver;
+    Hooks::DialogDriver driver;
     driver.on(CDgnMappingNewDlg::kDialogId)
         .call([](QDialog& dialog) {
             EXPECT_FALSE(radio(dialog, "DGN import setup")->isEnabled());

@@ -9,7 +9,7 @@
 
 using namespace Kora::DgnCommands;
 using namespace Kora::Ui;
-namespace UiTest = Kora::Ui::Test;
+namespace Hooks = Kora::Ui::Test;
 
 namespace {
 
@@ -88,14 +88,14 @@ TEST_F(MappingDialogTest, DeleteAsksThenRemovesTheSetupFromListAndFile)
     CDgnMappingDlg dialog(0, L"Roads");
     ASSERT_TRUE(dialog.Create());
 
-    UiTest::queueMessageBoxAnswer(KOID_NO);
+    Hooks::queueMessageBoxAnswer(KOID_NO);
     dialog.deleteSetup();
     EXPECT_EQ(messages(), (std::vector<KoString>{L"Are you sure you want to delete \"Roads\"?"}));
     EXPECT_EQ(dialog.list().itemCount(), 4);
     EXPECT_EQ(storedValue(L"MappingSetup1", L"Name"), L"Roads");
 
     // The last row goes: the new last row is selected.
-    UiTest::queueMessageBoxAnswer(KOID_YES);
+    Hooks::queueMessageBoxAnswer(KOID_YES);
     dialog.deleteSetup();
     EXPECT_EQ(column(dialog.list(), 0), (std::vector<KoString>{L"Standard", L"Odd", L"Pipes"}));
     EXPECT_EQ(dialog.list().selectedItem(), 2);
@@ -103,7 +103,7 @@ TEST_F(MappingDialogTest, DeleteAsksThenRemovesTheSetupFromListAndFile)
 
     // Another row goes: the row moving into its place is selected.
     dialog.list().selectItem(1);
-    UiTest::queueMessageBoxAnswer(KOID_YES);
+    Hooks::queueMessageBoxAnswer(KOID_YES);
     dialog.deleteSetup();
     EXPECT_EQ(column(dialog.list(), 0), (std::vector<KoString>{L"Standard", L"Pipes"}));
     EXPECT_EQ(dialog.list().selectedItem(), 1);
@@ -119,7 +119,7 @@ TEST_F(MappingDialogTest, RenameInPlacePassesTheNamingRulesAndWritesTheNameAtOnc
     ASSERT_TRUE(dialog.Create());
 
     // Refused names: the row keeps its name and the file is untouched.
-    for (int i = 0; i < 4; ++i) UiTest::queueMessageBoxAnswer(KOID_OK);
+    for (int i = 0; i < 4; ++i) Hooks::queueMessageBoxAnswer(KOID_OK);
     renameRow(dialog, 3, L"ROADS");  // letter case alone is no rename
     renameRow(dialog, 3, L"Ro*ads");
     renameRow(dialog, 3, L"pipes");
@@ -166,7 +166,7 @@ TEST_F(MappingDialogTest, ColumnWidthsAreStoredUnscaledOnOkOnly)
     };
 
     for (bool ok : {false, true}) {
-        UiTest::DialogDriver driver;
+        Hooks::DialogDriver driver;
         CDgnMappingDlg dialog(0, KoString());
         auto& script = driver.on(CDgnMappingDlg::kDialogId).call([&](QDialog&) {
             EXPECT_EQ(dialog.list().columnWidth(0), 240);
@@ -186,10 +186,10 @@ TEST_F(MappingDialogTest, ColumnWidthsAreStoredUnscaledOnOkOnly)
 
 TEST_F(MappingDialogTest, HelpOpensTheMappingTopic)
 {
-    UiTest::recordHelpPages(true);
+    Hooks::recordHelpPages(true);
     CDgnMappingDlg dialog(0, KoString());
     ASSERT_TRUE(dialog.Create());
     QTest::mouseClick(dialog.GetDlgItem(CDgnMappingDlg::kHelp)->widget(), Qt::LeftButton);
-    ASSERT_EQ(UiTest::helpPagesOpened().size(), 1u);
-    EXPECT_NE(UiTest::helpPagesOpened()[0].find(L"DGNMAPPING_DIA"), -1);
+    ASSERT_EQ(Hooks::helpPagesOpened().size(), 1u);
+    EXPECT_NE(Hooks::helpPagesOpened()[0].find(L"DGNMAPPING_DIA"), -1);
 }
