@@ -456,9 +456,12 @@ protected:
         QTreeWidget::scrollContentsBy(dx, dy);
         placeEditor();
     }
-    void mousePressEvent(QMouseEvent* event) override
+    // A click is reported once it is complete: the view's own handling of
+    // the release (which clears the selection on empty space) comes first,
+    // so an owner that selects a row again keeps it.
+    void mouseReleaseEvent(QMouseEvent* event) override
     {
-        QTreeWidget::mousePressEvent(event);
+        QTreeWidget::mouseReleaseEvent(event);
         if (m_owner.onClick) m_owner.onClick(indexOf(itemAt(event->pos())));
     }
     void mouseDoubleClickEvent(QMouseEvent* event) override

@@ -157,3 +157,14 @@ TEST(CommandObjects, AttachReadsFileDiaAndTakesOneWhenTheHostCannotAnswer)
     koraRegisterSysVar({L"FILEDIA", KORTSHORT, L"File dialogs"}, L"1", 0, 1);
     EXPECT_EQ(DgnAttachCommand::fileDialogSetting(), 1);
 }
+
+TEST(ModuleFrame, DgnMappingWithoutADisplaySaysItNeedsOne)
+{
+    for (const char* variable : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"}) unsetenv(variable);
+    const KoString path = wide(kBin / "DgnCommands.krx");
+    TestEditor editor;
+    ASSERT_EQ(linker()->loadModule(path, true), Kora::eOk) << editor.transcript().toUtf8();
+    stack()->lookupGlobalCmd(L"DGNMAPPING")->functionAddr()();
+    EXPECT_NE(editor.transcript().find(L"DGNMAPPING needs a display."), -1) << editor.transcript().toUtf8();
+    ASSERT_EQ(linker()->unloadModule(path, true), Kora::eOk);
+}
