@@ -38,7 +38,7 @@ void attachWithDialog(int fileDia)
     // FILEDIA values other than 0 and 1 go straight to the options with no file.
     if (fileDia == 0 || fileDia == 1) {
         if (located == Located::kFileDialog) located = locateByDialog(file, dgnPath);
-        if (located == Located::kNoDisplay) Kora::Ui::reportNeedsDisplay(L"DGNATTACH");
+        if (located == Located::kNoDisplay) Kora::Ui::reportNeedsDisplay(L"DGNATTACH", L"-DGNATTACH");
         if (located != Located::kLoaded) return;
     }
     attachWithOptionsDialog(dgnPath, file);

@@ -69,7 +69,7 @@ void attachWithOptionsDialog(const KoString& dgnPath, const KoDbUnderlayFile& fi
     data.pickScale = 1;
     data.useMasterUnits = 1;
     const int answer = koraDgnAttachOptionsDialog(source, data);
-    if (answer == Kora::Ui::kNeedsDisplay) Kora::Ui::reportNeedsDisplay(L"DGNATTACH");
+    if (answer == Kora::Ui::kNeedsDisplay) Kora::Ui::reportNeedsDisplay(L"DGNATTACH", L"-DGNATTACH");
     if (answer != KOID_OK || data.chosenModels.empty()) return;
 
     const KoString& modelName = data.chosenModels.front();

@@ -229,7 +229,7 @@ void exportWithDialogs()
     KoString output;
     const int result = getFileNameByFileDialog(loadLocalString(114, L"Export a dgn file"), start.lastFolder + drawingBaseName(),
                                                L"dgn;dgn", 0x8088005, L"V8 DGN (*.dgn)|V7 DGN (*.dgn)", output, &version);
-    if (result == Kora::Ui::kNeedsDisplay) Kora::Ui::reportNeedsDisplay(L"DGNEXPORT");
+    if (result == Kora::Ui::kNeedsDisplay) Kora::Ui::reportNeedsDisplay(L"DGNEXPORT", L"-DGNEXPORT");
     if (result != 0) return;
     start.version = version == kDgnVersionV7 ? kDgnVersionV7 : kDgnVersionV8;
     setShortVariable(kExportType, start.version);

@@ -167,7 +167,7 @@ void importWithDialogs()
     }
     KoString path;
     const int chosen = importFileByDialog(path);
-    if (chosen == KORTERROR) Kora::Ui::reportNeedsDisplay(L"DGNIMPORT");
+    if (chosen == KORTERROR) Kora::Ui::reportNeedsDisplay(L"DGNIMPORT", L"-DGNIMPORT");
     if (chosen == KORTNORM) importWithSettingsDialog(path);
 }
 

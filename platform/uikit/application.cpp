@@ -62,9 +62,10 @@ bool ensureApplication()
     return true;
 }
 
-void reportNeedsDisplay(const wchar_t* command)
+void reportNeedsDisplay(const wchar_t* command, const wchar_t* commandLineForm)
 {
-    koutPrintf(L"\n%s needs a display. Use -%s to work at the command line.", command, command);
+    koutPrintf(L"\n%s needs a display.", command);
+    if (commandLineForm) koutPrintf(L" Use %s to work at the command line.", commandLineForm);
 }
 
 void setClipboardText(const KoString& text)

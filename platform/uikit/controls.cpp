@@ -15,14 +15,15 @@
 #include <QMenu>
 #include <QPainter>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QRadioButton>
 #include <QStyle>
 #include <QStyledItemDelegate>
 #include <QTabBar>
 #include <QToolTip>
 #include <QTreeWidget>
-#include <QVBoxLayout>
 
+#include <algorithm>
 #include <optional>
 
 #include "kora/ui/dialog.h"
@@ -1013,22 +1014,28 @@ void ComboBox::setText(const KoString& text)
 
 namespace {
 
-// Tabs above a framed page area.
+// Tabs above a framed page area. Placed by hand rather than by a layout:
+// a layout only acts once the window is shown, and dialogs are also drawn
+// unshown (pictures).
 class TabFrame final : public QWidget {
 public:
     explicit TabFrame(QWidget* parent) : QWidget(parent), bar(new QTabBar(this)), frame(new QFrame(this))
     {
-        auto* layout = new QVBoxLayout(this);
-        layout->setContentsMargins(0, 0, 0, 0);
-        layout->setSpacing(0);
-        layout->addWidget(bar);
-        layout->addWidget(frame, 1);
         frame->setFrameShape(QFrame::StyledPanel);
         bar->setDrawBase(false);
         bar->setExpanding(false);
     }
+    void place()
+    {
+        const int h = bar->sizeHint().height();
+        bar->setGeometry(0, 0, width(), h);
+        frame->setGeometry(0, h, width(), std::max(0, height() - h));
+    }
     QTabBar* bar;
     QFrame* frame;
+
+protected:
+    void resizeEvent(QResizeEvent*) override { place(); }
 };
 
 TabFrame* tabsOf(const Control* control) { return dynamic_cast<TabFrame*>(control->widget()); }
@@ -1050,7 +1057,9 @@ int TabCtrl::insertItem(int index, const KoString& text)
     TabFrame* tabs = tabsOf(this);
     if (!tabs) return -1;
     const QSignalBlocker quiet(tabs->bar);
-    return tabs->bar->insertTab(index, toQ(text));
+    const int at = tabs->bar->insertTab(index, toQ(text));
+    tabs->place();
+    return at;
 }
 
 int TabCtrl::count() const

@@ -31,7 +31,7 @@ TEST(NoDisplay, DialogsAnswerThatTheyNeedADisplay)
     EXPECT_EQ(getFileNameByFileDialog(L"Select Reference File", L"", L"dgn", 0, L"DGN (*.dgn)", chosen), kNeedsDisplay);
 
     TestEditor editor;
-    reportNeedsDisplay(L"DGNATTACH");
+    reportNeedsDisplay(L"DGNATTACH", L"-DGNATTACH");
     EXPECT_EQ(editor.transcript(), L"\nDGNATTACH needs a display. Use -DGNATTACH to work at the command line.");
 }
 

@@ -31,9 +31,9 @@ KORA_API bool ensureApplication();
 // asked at the command line as before; help opens the topic's page.
 KORA_API void installHostServices();
 
-// Prints at the command line that the command needs a display and that its
-// dash form works without one ("DGNATTACH" -> "-DGNATTACH").
-KORA_API void reportNeedsDisplay(const wchar_t* command);
+// Prints at the command line that the command needs a display and, when
+// it has one, the command-line form that works without ("-DGNATTACH").
+KORA_API void reportNeedsDisplay(const wchar_t* command, const wchar_t* commandLineForm = nullptr);
 
 // The clipboard's text. Without an application the kit keeps the text
 // itself, so copy and paste still work inside the process.
