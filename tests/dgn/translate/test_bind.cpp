@@ -48,25 +48,10 @@ KoDbObjectId place(KoDbDatabase& db, KoDbObjectId blockId, KoDbObjectId definiti
 
 KoDbObjectId addLayer(KoDbDatabase& db, const wchar_t* name, bool locked = false, int colour = 7)
 {
-    KoDbObjectPointer<KoDbLayerTable> table(db.layerTableId(), KoDb::kForWrite);
-    auto* layer = new KoDbLayerTableRecord;
-    layer->setName(name);
+    const KoDbObjectId id = addRecord<KoDbLayerTable, KoDbLayerTableRecord>(db.layerTableId(), name);
+    KoDbObjectPointer<KoDbLayerTableRecord> layer(id, KoDb::kForWrite);
     layer->setIsLocked(locked);
     layer->setColor(KoCmColor::fromIndex(colour));
-    KoDbObjectId id;
-    EXPECT_EQ(table->add(id, layer), Kora::eOk);
-    layer->close();
-    return id;
-}
-
-KoDbObjectId addBlock(KoDbDatabase& db, const wchar_t* name)
-{
-    KoDbObjectPointer<KoDbBlockTable> table(db.blockTableId(), KoDb::kForWrite);
-    auto* block = new KoDbBlockTableRecord;
-    block->setName(name);
-    KoDbObjectId id;
-    EXPECT_EQ(table->add(id, block), Kora::eOk);
-    block->close();
     return id;
 }
 
@@ -81,7 +66,7 @@ struct Attached {
     explicit Attached(bool lockTheLayer = false, const std::filesystem::path& file = sample("mixed-elements.dgn"))
     {
         layer = addLayer(db, L"Underlays", lockTheLayer);
-        frame = addBlock(db, L"FRAME");
+        frame = addRecord<KoDbBlockTable, KoDbBlockTableRecord>(db.blockTableId(), L"FRAME");
         definition = attach(db, L"site", file);
         place(db, db.modelSpaceId(), definition, placements[0]);
         place(db, db.modelSpaceId(), definition, placements[1], layer);
