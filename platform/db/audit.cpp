@@ -222,24 +222,24 @@ void Auditor::entity(KoDbObjectId id)
 {
     KoDbObjectPointer<KoDbEntity> e(id, KoDb::kForWrite);
     if (!e) return;
-    const std::string handle = text(id);
+    // Nearly every entity is sound: its handle is spelt out only for a report.
     if (!hasFiniteCoordinates(e.object())) {
-        settle(AuditCode::kNonFiniteCoordinate, id, e->erase(), "entity " + handle + " has a coordinate that is not a number",
+        settle(AuditCode::kNonFiniteCoordinate, id, e->erase(), "entity " + text(id) + " has a coordinate that is not a number",
                "it was erased");
         return;
     }
     if (namesMissingBlock(e.object(), kodbPeek<KoDbSymbolTable>(m_db.blockTableId()))) {
-        settle(AuditCode::kUndefinedBlock, id, e->erase(), "block reference " + handle + " names a block that does not exist",
+        settle(AuditCode::kUndefinedBlock, id, e->erase(), "block reference " + text(id) + " names a block that does not exist",
                "it was erased");
         return;
     }
     if (!live<KoDbLayerTableRecord>(e->layerId()))
         settle(AuditCode::kUndefinedLayer, id, e->setLayer(m_db.layerZero()),
-               "entity " + handle + " is on a layer that does not exist", "it was moved to layer \"0\"");
+               "entity " + text(id) + " is on a layer that does not exist", "it was moved to layer \"0\"");
     // No linetype at all reads as ByLayer; only one that is gone is wrong.
     if (!e->linetypeId().isNull() && !live<KoDbLinetypeTableRecord>(e->linetypeId()))
         settle(AuditCode::kUndefinedLinetype, id, e->setLinetype(m_db.byLayerLinetype()),
-               "entity " + handle + " has a linetype that does not exist", "it is now ByLayer");
+               "entity " + text(id) + " has a linetype that does not exist", "it is now ByLayer");
 }
 
 Kora::Diagnostics<AuditCode> Auditor::run()

@@ -7,9 +7,13 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <iconv.h>
 #include <memory>
 #include <numbers>
+#include <optional>
+#include <stdexcept>
+#include <thread>
 #include <unordered_map>
 
 #include "dbimpl.h"
@@ -17,6 +21,7 @@
 #include "dxfentitykinds.h"
 #include "dxfhatchlayout.h"
 #include "dxftagreader.h"
+#include "kora/handoff.h"
 #include "kora/dxf/dxf.h"
 #include "kora/db/underlay.h"
 
@@ -35,12 +40,22 @@ struct RTag {
     double number = 0.0;
 };
 
+class ParseError {
+public:
+    ReadCode code;
+    long line;
+    std::string message;
+};
+
 // One record: its name and tags, reusing string storage between records.
 struct Record {
     std::string name;
     long line = 0;
     std::vector<RTag> tags;
     size_t size = 0;
+    // A value that does not suit its group, found when the record was read
+    // and raised when the record is taken up.
+    std::optional<ParseError> invalid;
 
     void clear() { size = 0; }
     void push(int code, std::string_view value, long line)
@@ -56,6 +71,69 @@ struct Record {
     const RTag* end() const { return tags.data() + size; }
     RTag* begin() { return tags.data(); }
     RTag* end() { return tags.data() + size; }
+};
+
+// The records of a section, read on a second thread while this one turns
+// the records before them into objects: splitting lines, decoding text and
+// parsing numbers is about a third of the work of a read. A failure of the
+// reading thread is raised here at the record where it happened.
+class ReadAhead {
+public:
+    // `read` fills a record and answers whether the section goes on after it.
+    explicit ReadAhead(std::function<bool(Record&)> read) : m_thread([this, read = std::move(read)] { produce(read); }) {}
+    ~ReadAhead()
+    {
+        m_handoff.close();
+        m_thread.join();
+    }
+    ReadAhead(const ReadAhead&) = delete;
+    ReadAhead& operator=(const ReadAhead&) = delete;
+
+    // Swaps the next record into `r`.
+    void take(Record& r)
+    {
+        while (m_next == m_current.count) {
+            if (!m_current.records.empty()) m_handoff.giveBack(std::move(m_current));
+            m_current = {};
+            // A hang would be worse than a failed read.
+            if (!m_handoff.receive(m_current)) throw std::logic_error("a record was asked for past the end of its section");
+            m_next = 0;
+        }
+        std::swap(r, m_current.records[m_next++]);
+    }
+
+private:
+    // The threads meet once per 256 records; with the handoff's four
+    // batches ahead, what lies between them stays within a core's cache.
+    static constexpr size_t kBatchSize = 256;
+    struct Batch {
+        std::vector<Record> records;
+        size_t count = 0;
+    };
+
+    void produce(const std::function<bool(Record&)>& read)
+    {
+        Batch batch;
+        try {
+            for (bool more = true; more && m_handoff.acquire(batch);) {
+                batch.count = 0;
+                batch.records.resize(kBatchSize);
+                for (; more && batch.count < kBatchSize; ++batch.count) more = read(batch.records[batch.count]);
+                m_handoff.send(std::move(batch));
+                batch = {};
+            }
+            m_handoff.finish();
+        } catch (...) {
+            // The records before the failing one are taken up first.
+            m_handoff.send(std::move(batch));
+            m_handoff.finish(std::current_exception());
+        }
+    }
+
+    Kora::Handoff<Batch> m_handoff;
+    Batch m_current;
+    size_t m_next = 0;
+    std::thread m_thread;
 };
 
 // A tag of a record's body with the subclass it came in.
@@ -77,22 +155,15 @@ private:
     KoDbObject* m_o;
 };
 
-class ParseError {
-public:
-    ReadCode code;
-    long line;
-    std::string message;
-};
-
 class Reader {
 public:
     Reader(TagReader& in, KoDbDatabase& db, KoDbDxfReadReport& report)
-        : m_in(in), m_db(db), m_d(KoDbAccess::impl(db)), m_report(report)
+        : m_in {in}, m_db(db), m_d(KoDbAccess::impl(db)), m_report(report)
     {
     }
     ~Reader()
     {
-        if (m_iconv != reinterpret_cast<iconv_t>(-1)) iconv_close(m_iconv);
+        if (m_in.iconv != reinterpret_cast<iconv_t>(-1)) iconv_close(m_in.iconv);
     }
 
     void run();
@@ -105,8 +176,8 @@ private:
     }
     [[noreturn]] void failInput()
     {
-        if (!m_in.error().empty()) fail(m_in.errorCode(), m_in.line(), m_in.error());
-        fail(ReadCode::kTruncated, m_in.line(), "the file ends unexpectedly (it may be truncated)");
+        if (!m_in.tags.error().empty()) fail(m_in.tags.errorCode(), m_in.tags.line(), m_in.tags.error());
+        fail(ReadCode::kTruncated, m_in.tags.line(), "the file ends unexpectedly (it may be truncated)");
     }
     // A repair made while reading.
     void repaired(ReadCode code, long line, std::string message)
@@ -117,13 +188,17 @@ private:
     }
     bool nextTag(int& code, std::string_view& value)
     {
-        if (m_in.next(code, value)) return true;
-        if (!m_in.error().empty()) failInput();
+        if (m_in.tags.next(code, value)) return true;
+        if (!m_in.tags.error().empty()) failInput();
         return false;
     }
-    // Reads the record that starts with the next tag (code 0).
-    bool readRecord(Record& r);
+    // The next record of the section, read ahead (see ReadAhead).
+    void readRecord(Record& r);
+    // Reads the record that starts with the next tag (code 0) and checks its
+    // values; false when it ends the section.
+    bool scanRecord(Record& r);
     void section(const std::string& name);
+    void recordSection(void (Reader::*body)());
     void header();
     void classes();
     void tables();
@@ -182,7 +257,11 @@ private:
     }
     KoDbObjectId idOf(const RTag& t) { return KoDbObjectId(stubOf(t)); }
     // Every value of a record must suit its group code, modelled or not.
-    void validate(Record& r)
+    void validate(const Record& r)
+    {
+        if (r.invalid) throw *r.invalid;
+    }
+    void check(Record& r)
     {
         for (RTag& t : r) {
             if (valueKind(t.code) == ValueKind::Double ? (t.parsed = parseDouble(t.value, t.number))
@@ -276,18 +355,25 @@ private:
     void readSubRecords(std::vector<KoDbDxfRecord>& subs);
     std::string sectionOrEnd();
 
-    TagReader& m_in;
+    // What the thread reading ahead uses for every tag, on cache lines of
+    // its own: a value this thread writes beside it would bounce the line
+    // between the cores (two lines, as the cores fetch them in pairs).
+    struct alignas(128) Input {
+        TagReader& tags;
+        bool convert = false;  // text in the drawing's code page
+        iconv_t iconv = reinterpret_cast<iconv_t>(-1);
+    } m_in;
     KoDbDatabase& m_db;
     KoDbDatabase::Impl& m_d;
     KoDbDxfReadReport& m_report;
 
+    ReadAhead* m_ahead = nullptr;
     Record m_pending;
     bool m_hasPending = false;
-    bool m_convert = false;
-    iconv_t m_iconv = reinterpret_cast<iconv_t>(-1);
     uint64_t m_maxHandle = 0;
     std::string m_clayer, m_celtype;
     std::unordered_map<std::string, KoDbObjectId> m_layers, m_linetypes;
+    KoDbObjectId m_spaces[2];  // model and paper space
     std::vector<std::pair<KoDbBlockTableRecord*, KoDbStub*>> m_blockLayouts;  // from BLOCK_RECORD 340
     std::vector<std::pair<KoDbLayout*, KoDbStub*>> m_layoutBlocks;            // from LAYOUT 330
     std::vector<KoDbStub*> m_unnumbered;  // objects made or read without a handle
@@ -305,7 +391,7 @@ void appendUtf8(std::string& out, uint32_t cp)
 std::string Reader::text(std::string_view raw)
 {
     std::string out;
-    if (m_convert && m_iconv != reinterpret_cast<iconv_t>(-1)) {
+    if (m_in.convert && m_in.iconv != reinterpret_cast<iconv_t>(-1)) {
         bool ascii = true;
         for (char ch : raw)
             if (static_cast<unsigned char>(ch) >= 0x80) ascii = false;
@@ -314,8 +400,8 @@ std::string Reader::text(std::string_view raw)
             char* in = const_cast<char*>(raw.data());
             size_t inLeft = raw.size(), outLeft = out.size();
             char* o = out.data();
-            iconv(m_iconv, nullptr, nullptr, nullptr, nullptr);
-            while (inLeft > 0 && iconv(m_iconv, &in, &inLeft, &o, &outLeft) == static_cast<size_t>(-1)) {
+            iconv(m_in.iconv, nullptr, nullptr, nullptr, nullptr);
+            while (inLeft > 0 && iconv(m_in.iconv, &in, &inLeft, &o, &outLeft) == static_cast<size_t>(-1)) {
                 if (errno != EILSEQ && errno != EINVAL) break;
                 // An undecodable byte: keep it as the character of that number.
                 std::string one;
@@ -356,32 +442,43 @@ std::string Reader::text(std::string_view raw)
 
 // ---- records ----------------------------------------------------------------
 
-bool Reader::readRecord(Record& r)
+void Reader::readRecord(Record& r)
 {
     if (m_hasPending) {
         std::swap(r, m_pending);
         m_hasPending = false;
-        return true;
+        return;
     }
+    m_ahead->take(r);
+}
+
+bool Reader::scanRecord(Record& r)
+{
     int code;
     std::string_view value;
     if (!nextTag(code, value)) failInput();
-    if (code != 0) fail(ReadCode::kUnexpectedTag, m_in.line(), "group code 0 was expected here, found " + std::to_string(code));
+    if (code != 0) fail(ReadCode::kUnexpectedTag, m_in.tags.line(), "group code 0 was expected here, found " + std::to_string(code));
     r.name.assign(trimmed(value));
-    r.line = m_in.line();
+    r.line = m_in.tags.line();
     if (r.name.empty()) fail(ReadCode::kUnexpectedTag, r.line, "a record has no name (group 0 is empty)");
     r.clear();
+    r.invalid.reset();
     while (nextTag(code, value)) {
         if (code == 0) {
-            m_in.pushBack();
-            return true;
+            m_in.tags.pushBack();
+            try {
+                check(r);
+            } catch (ParseError& e) {
+                r.invalid = std::move(e);
+            }
+            return r.name != "ENDSEC";
         }
         if (code == 999) continue;
         const ValueKind kind = valueKind(code);
-        if (kind == ValueKind::String && (m_convert || value.find_first_of("\\^") != std::string_view::npos))
-            r.push(code, text(value), m_in.line());
+        if (kind == ValueKind::String && (m_in.convert || value.find_first_of("\\^") != std::string_view::npos))
+            r.push(code, text(value), m_in.tags.line());
         else
-            r.push(code, kind == ValueKind::String ? value : trimmed(value), m_in.line());  // numbers without padding
+            r.push(code, kind == ValueKind::String ? value : trimmed(value), m_in.tags.line());  // numbers without padding
     }
     failInput();
 }
@@ -556,12 +653,12 @@ std::string Reader::sectionOrEnd()
     int code;
     std::string_view value;
     if (!nextTag(code, value)) return {};
-    if (code != 0) fail(ReadCode::kUnexpectedTag, m_in.line(), "a section was expected, found group code " + std::to_string(code));
+    if (code != 0) fail(ReadCode::kUnexpectedTag, m_in.tags.line(), "a section was expected, found group code " + std::to_string(code));
     const std::string_view v = trimmed(value);
     if (v == "EOF") return "EOF";
-    if (v != "SECTION") fail(ReadCode::kUnexpectedTag, m_in.line(), "a section was expected, found \"" + std::string(v.substr(0, 40)) + "\"");
+    if (v != "SECTION") fail(ReadCode::kUnexpectedTag, m_in.tags.line(), "a section was expected, found \"" + std::string(v.substr(0, 40)) + "\"");
     if (!nextTag(code, value)) failInput();
-    if (code != 2) fail(ReadCode::kUnexpectedTag, m_in.line(), "the section has no name");
+    if (code != 2) fail(ReadCode::kUnexpectedTag, m_in.tags.line(), "the section has no name");
     return std::string(trimmed(value));
 }
 
@@ -572,19 +669,32 @@ void Reader::run()
         section(name);
         ++sections;
     }
-    if (sections == 0) fail(ReadCode::kBadStructure, m_in.line(), "no DXF section found");
+    if (sections == 0) fail(ReadCode::kBadStructure, m_in.tags.line(), "no DXF section found");
     finish();
 }
 
 void Reader::section(const std::string& name)
 {
     if (name == "HEADER") header();
-    else if (name == "CLASSES") classes();
-    else if (name == "TABLES") tables();
-    else if (name == "BLOCKS") blocks();
-    else if (name == "ENTITIES") entities();
-    else if (name == "OBJECTS") objects();
+    else if (name == "CLASSES") recordSection(&Reader::classes);
+    else if (name == "TABLES") recordSection(&Reader::tables);
+    else if (name == "BLOCKS") recordSection(&Reader::blocks);
+    else if (name == "ENTITIES") recordSection(&Reader::entities);
+    else if (name == "OBJECTS") recordSection(&Reader::objects);
     else otherSection(name);
+}
+
+// A section of records up to ENDSEC, read ahead. The reading thread alone
+// uses the input until the section is done.
+void Reader::recordSection(void (Reader::*body)())
+{
+    ReadAhead ahead([this](Record& r) { return scanRecord(r); });
+    m_ahead = &ahead;
+    struct Clear {
+        ReadAhead*& ahead;
+        ~Clear() { ahead = nullptr; }
+    } clear {m_ahead};
+    (this->*body)();
 }
 
 void Reader::header()
@@ -609,16 +719,16 @@ void Reader::header()
         if (var == "$ACADVER" && t0) {
             m_report.version = t0->value;
             if (t0->value < "AC1015")
-                fail(ReadCode::kOldRelease, m_in.line(), "DXF release " + t0->value + " is older than AC1015 (release 2000) and cannot be read");
+                fail(ReadCode::kOldRelease, m_in.tags.line(), "DXF release " + t0->value + " is older than AC1015 (release 2000) and cannot be read");
             // Release 2007 (AC1021) and later store UTF-8.
-            m_convert = t0->value < "AC1021";
+            m_in.convert = t0->value < "AC1021";
         } else if (var == "$DWGCODEPAGE" && t0) {
             std::string cp = t0->value;
             for (auto& ch : cp) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
             std::string from = cp.rfind("ANSI_", 0) == 0 ? "CP" + cp.substr(5) : "CP1252";
-            if (m_iconv != reinterpret_cast<iconv_t>(-1)) iconv_close(m_iconv);  // a second code page wins
-            m_iconv = iconv_open("UTF-8", from.c_str());
-            if (m_iconv == reinterpret_cast<iconv_t>(-1)) m_iconv = iconv_open("UTF-8", "CP1252");
+            if (m_in.iconv != reinterpret_cast<iconv_t>(-1)) iconv_close(m_in.iconv);  // a second code page wins
+            m_in.iconv = iconv_open("UTF-8", from.c_str());
+            if (m_in.iconv == reinterpret_cast<iconv_t>(-1)) m_in.iconv = iconv_open("UTF-8", "CP1252");
         } else if (var == "$HANDSEED" && t0) {
             uint64_t h;
             if (parseHandle(t0->value, h)) m_d.handseed = std::max(m_d.handseed, h);
@@ -655,19 +765,19 @@ void Reader::header()
     };
     while (nextTag(code, value)) {
         if (code == 0) {
-            if (trimmed(value) != "ENDSEC") fail(ReadCode::kBadStructure, m_in.line(), "the header section has no end");
+            if (trimmed(value) != "ENDSEC") fail(ReadCode::kBadStructure, m_in.tags.line(), "the header section has no end");
             flush();
             return;
         }
         if (code == 9) {
             flush();
             var = text(trimmed(value));
-            if (var.empty()) fail(ReadCode::kUnexpectedTag, m_in.line(), "a header variable has no name");
+            if (var.empty()) fail(ReadCode::kUnexpectedTag, m_in.tags.line(), "a header variable has no name");
             continue;
         }
-        if (var.empty()) fail(ReadCode::kUnexpectedTag, m_in.line(), "a header variable name (group 9) was expected");
+        if (var.empty()) fail(ReadCode::kUnexpectedTag, m_in.tags.line(), "a header variable name (group 9) was expected");
         if (!validValue(code, value))
-            fail(ReadCode::kBadValue, m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
+            fail(ReadCode::kBadValue, m_in.tags.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
         tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
     }
     failInput();
@@ -697,7 +807,7 @@ void Reader::otherSection(const std::string& name)
             m_d.otherSections.emplace_back(name, std::move(tags));
             return;
         }
-        if (!validValue(code, value)) fail(ReadCode::kBadValue, m_in.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
+        if (!validValue(code, value)) fail(ReadCode::kBadValue, m_in.tags.line(), "\"" + std::string(value.substr(0, 40)) + "\" is not a valid value for group " + std::to_string(code));
         tags.push_back({code, std::string(valueKind(code) == ValueKind::String ? value : trimmed(value))});
     }
     failInput();
@@ -998,7 +1108,9 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
     if (!block) {
         block = c.owner ? KoDbBlockTableRecord::cast(c.owner->object) : nullptr;
         if (!block) {
-            const KoDbObjectId space = c.paperSpace ? m_db.paperSpaceId() : m_db.modelSpaceId();
+            // Looked up once: most writers name no owner for their entities.
+            KoDbObjectId& space = m_spaces[c.paperSpace];
+            if (space.isNull()) space = c.paperSpace ? m_db.paperSpaceId() : m_db.modelSpaceId();
             block = kodbPeek<KoDbBlockTableRecord>(space);
         }
         if (!block)
@@ -1299,8 +1411,8 @@ void Reader::finish()
 {
     m_d.handseed = std::max(m_d.handseed, m_maxHandle + 1);
     if (m_d.blockTable.isNull() || m_d.layerTable.isNull() || m_d.linetypeTable.isNull())
-        fail(ReadCode::kBadStructure, m_in.line(), "the drawing lacks its block, layer or linetype table");
-    if (m_d.namedObjects.isNull()) fail(ReadCode::kBadStructure, m_in.line(), "the drawing has no named-objects dictionary");
+        fail(ReadCode::kBadStructure, m_in.tags.line(), "the drawing lacks its block, layer or linetype table");
+    if (m_d.namedObjects.isNull()) fail(ReadCode::kBadStructure, m_in.tags.line(), "the drawing has no named-objects dictionary");
     for (auto [block, stub] : m_blockLayouts)
         if (KoDbLayout::cast(stub->object)) {
             Writable writable(block);
@@ -1319,7 +1431,7 @@ void Reader::finish()
             if (KoDbAccess::dropEntriesWithoutObjects(*d) > 0)
                 repaired(ReadCode::kOrphanEntries, 0, "dictionary entries without objects were dropped");
         }
-    if (m_db.modelSpaceId().isNull()) fail(ReadCode::kBadStructure, m_in.line(), "the drawing has no model space block");
+    if (m_db.modelSpaceId().isNull()) fail(ReadCode::kBadStructure, m_in.tags.line(), "the drawing has no model space block");
     for (const char* name : {"ByBlock", "ByLayer", "Continuous"}) linetypeByName(name, 0);
     layerByName("0", 0);
     if (!m_clayer.empty()) m_d.clayer = layerByName(m_clayer, 0);

@@ -671,6 +671,64 @@ TEST(KoDbDxf, MalformedFilesFailWithFileAndLine)
     EXPECT_EQ(report.diagnostics[0].code, ReadCode::kDrawingBusy);
 }
 
+// Records are read ahead in batches on a second thread. Wherever a record
+// falls among the batches, the drawing keeps the file's order, a bad value
+// fails at its own line with the drawing left as it was, and a sequence
+// without its end marker gives back the record after it.
+TEST(KoDbDxf, RecordsReadAheadKeepTheirOrderAndPlace)
+{
+    using Kora::Dxf::ReadCode;
+    auto lineRecord = [](int i) {
+        return "  0\nLINE\n  8\n0\n 10\n" + std::to_string(i) + "\n 20\n0.0\n 30\n0.0\n 11\n" + std::to_string(i) +
+               ".5\n 21\n1.0\n 31\n0.0\n";
+    };
+    const std::string unterminated =
+        "  0\nPOLYLINE\n  8\n0\n 66\n1\n 10\n0.0\n 20\n0.0\n 30\n0.0\n 70\n8\n"
+        "  0\nVERTEX\n  8\n0\n 10\n0.0\n 20\n0.0\n 30\n0.0\n 70\n32\n";
+    const int count = 1100;
+    const std::string small = smallDrawing();
+    const size_t entitiesEnd = small.find("  0\nENDSEC\n", small.find("ENTITIES"));
+    for (int at : {0, 1, 254, 255, 256, 257, 511, 512, 1023, 1024, count - 1}) {
+        SCOPED_TRACE(at);
+        std::string records;
+        for (int i = 0; i < count; ++i) {
+            if (i == at) records += unterminated;
+            records += lineRecord(i);
+        }
+        std::string text = small;
+        text.insert(entitiesEnd, records);
+
+        KoDbDatabase db(false);
+        KoString message;
+        KoDbDxfReadReport report;
+        ASSERT_EQ(kodbReadDxf(db, text, L"many.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+        ASSERT_EQ(report.diagnostics.size(), 1u);
+        EXPECT_EQ(report.diagnostics[0].code, ReadCode::kUnterminatedSequence);
+        const size_t next = text.find(lineRecord(at));
+        EXPECT_EQ(report.diagnostics[0].place.line, static_cast<uint64_t>(std::count(text.begin(), text.begin() + static_cast<long>(next), '\n') + 1));
+        std::vector<double> starts;
+        KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId());
+        for (auto it = model->newIterator(); !it->done(); it->step()) {
+            KoDbObjectId id;
+            it->getEntityId(id);
+            KoDbObjectPointer<KoDbLine> line(id);
+            if (line) starts.push_back(line->startPoint().x);
+        }
+        ASSERT_EQ(starts.size(), static_cast<size_t>(count) + 1);  // the small drawing's own line first
+        for (int i = 0; i < count; ++i) ASSERT_EQ(starts[static_cast<size_t>(i) + 1], i);
+
+        const size_t value = text.find(" 11\n" + std::to_string(at) + ".5\n", next) + 4;
+        text.replace(value, std::to_string(at).size() + 2, "1,0x");
+        KoDbDatabase kept;
+        const KoDbObjectId keptModel = kept.modelSpaceId();
+        EXPECT_EQ(kodbReadDxf(kept, text, L"many.dxf", &message, &report), Kora::eBadDxfFile);
+        ASSERT_FALSE(report.diagnostics.empty());
+        EXPECT_EQ(report.diagnostics.back().code, ReadCode::kBadValue) << message.toUtf8();
+        EXPECT_EQ(report.diagnostics.back().place.line, static_cast<uint64_t>(std::count(text.begin(), text.begin() + static_cast<long>(value), '\n')));
+        EXPECT_EQ(kept.modelSpaceId(), keptModel);
+    }
+}
+
 TEST(KoDbDxf, RepairsAreRecordsWithTheLineOfTheirRecord)
 {
     using Kora::Dxf::ReadCode;
