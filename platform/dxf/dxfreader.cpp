@@ -103,8 +103,8 @@ public:
     }
 
 private:
-    // The threads meet once per 256 records; with the handoff's four
-    // batches ahead, what lies between them stays within a core's cache.
+    // The threads meet once per 256 records, and the reading thread keeps
+    // at most four batches ahead, which bounds what they hold between them.
     static constexpr size_t kBatchSize = 256;
     struct Batch {
         std::vector<Record> records;

@@ -500,6 +500,7 @@ void ElementBuilder::polyline(const KoDbPolyline& e, const Transform& t, const S
     for (std::size_t i = 0; i < segments; ++i) bulged = bulged || v[i].bulge != 0;
     if (!bulged) {
         std::vector<KoGePoint3d> world;
+        world.reserve(v.size());
         for (std::size_t i = 0; i < v.size(); ++i) world.push_back(at(i));
         points(world, closed, t, s, out);
         return;

@@ -197,11 +197,15 @@ std::uint8_t SymbologyMapper::weight(int lineWeight)
 
 Symbol SymbologyMapper::symbolOf(const KoDbEntity& entity, const ByBlock& byBlock)
 {
+    if (m_last && m_last->layer == entity.layerId() && m_last->linetype == entity.linetypeId() &&
+        m_last->colour == entity.color() && m_last->lineWeight == entity.lineWeight() && m_last->byBlock == byBlock)
+        return m_last->symbol;
     Symbol s;
     s.level = layerOf(entity, byBlock).level;
     s.symbology.colour = colourIndex(resolvedColour(entity, byBlock));
     s.symbology.style = style(resolvedLinetype(entity, byBlock));
     s.symbology.weight = weight(resolvedLineWeight(entity, byBlock));
+    m_last = Last{entity.layerId(), entity.linetypeId(), entity.color(), entity.lineWeight(), byBlock, s};
     return s;
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -26,6 +27,7 @@ struct ByBlock {
     KoCmColor colour = KoCmColor::fromIndex(7);
     KoString linetype = L"Continuous";
     int lineWeight = KoDb::kLnWtByLwDefault;
+    friend bool operator==(const ByBlock&, const ByBlock&) = default;
 };
 
 struct Symbol {
@@ -77,6 +79,17 @@ private:
     std::unordered_map<std::uint32_t, std::uint8_t> m_nearest;
     std::unordered_map<KoString, std::uint8_t> m_styles;
     std::int16_t m_aci[256];
+    // The symbol last worked out and what it was worked out from: runs of
+    // entities drawn alike are the rule, and each would look up its layer
+    // up to four times.
+    struct Last {
+        KoDbObjectId layer, linetype;
+        KoCmColor colour;
+        int lineWeight = 0;
+        ByBlock byBlock;
+        Symbol symbol;
+    };
+    std::optional<Last> m_last;
 };
 
 } // namespace Kora::Dgn::ExportDetail
