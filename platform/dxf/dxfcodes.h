@@ -50,11 +50,42 @@ inline std::string_view trimmed(std::string_view v)
     return v;
 }
 
+// Plain decimals ("-12.5", "3351.84999999986") whose digits make an
+// integer of at most 2^53, with at most 22 digits after the point: the
+// integer and the power of ten are exact doubles, so their quotient is the
+// correctly rounded value, as the general parser would give. Most numbers
+// of a drawing are such; false for any other text.
+inline bool parsePlainDecimal(std::string_view v, double& out)
+{
+    static constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                         1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const bool negative = !v.empty() && v.front() == '-';
+    if (negative) v.remove_prefix(1);
+    uint64_t digits = 0;
+    int count = 0, decimals = -1;
+    for (const char c : v) {
+        if (c >= '0' && c <= '9') {
+            if (++count > 19) return false;
+            digits = digits * 10 + static_cast<uint64_t>(c - '0');
+            if (decimals >= 0) ++decimals;
+        } else if (c == '.' && decimals < 0) {
+            decimals = 0;
+        } else {
+            return false;
+        }
+    }
+    if (count == 0 || digits > (uint64_t {1} << 53) || decimals > 22) return false;
+    const double d = static_cast<double>(digits) / kPowers[decimals < 0 ? 0 : decimals];
+    out = negative ? -d : d;
+    return true;
+}
+
 inline bool parseDouble(std::string_view v, double& out)
 {
     v = trimmed(v);
     if (!v.empty() && v.front() == '+') v.remove_prefix(1);
     if (v.empty()) return false;
+    if (parsePlainDecimal(v, out)) return true;
     const auto [end, ec] = std::from_chars(v.data(), v.data() + v.size(), out);
     return ec == std::errc() && end == v.data() + v.size();
 }

@@ -664,6 +664,27 @@ bool EntityKind::isMarker(std::string_view name) const
     return false;
 }
 
+const EntityField* EntityKind::field(int code) const
+{
+    // Every tag of every entity read asks: looked up in a table per kind,
+    // made once, rather than asked of each field in turn.
+    constexpr int kHighestCode = 1071;
+    using Table = std::vector<const EntityField*>;
+    static const std::vector<Table> tables = [] {
+        std::vector<Table> made;
+        for (const EntityKind& k : kKinds) {
+            Table& byCode = made.emplace_back(kHighestCode + 1);
+            for (const EntitySubclass& s : k.subclasses)
+                for (const EntityField& f : s.fields)
+                    for (int c = 0; c <= kHighestCode; ++c)
+                        if (!byCode[static_cast<size_t>(c)] && f.takes(c)) byCode[static_cast<size_t>(c)] = &f;
+        }
+        return made;
+    }();
+    if (code < 0 || code > kHighestCode) return nullptr;
+    return tables[static_cast<size_t>(this - kKinds)][static_cast<size_t>(code)];
+}
+
 const EntityKind* entityKind(std::string_view dxfName)
 {
     for (const EntityKind& k : kKinds)

@@ -174,6 +174,9 @@ struct EntityKind {
     const EntitySequence* sequence = nullptr;
 
     bool isMarker(std::string_view name) const;
+    // The first field, in subclass and field order, that takes a group
+    // code; null for none.
+    const EntityField* field(int code) const;
 };
 
 // The kind of that DXF name, or of that entity; null for none.

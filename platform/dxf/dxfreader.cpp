@@ -28,6 +28,9 @@
 namespace Kora::Dxf {
 namespace {
 
+// Record names are compared by length first.
+using namespace std::string_view_literals;
+
 constexpr double kDegToRad = std::numbers::pi / 180.0;
 
 struct RTag {
@@ -471,7 +474,7 @@ bool Reader::scanRecord(Record& r)
             } catch (ParseError& e) {
                 r.invalid = std::move(e);
             }
-            return r.name != "ENDSEC";
+            return r.name != "ENDSEC"sv;
         }
         if (code == 999) continue;
         const ValueKind kind = valueKind(code);
@@ -502,6 +505,7 @@ void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode
 {
     static const std::string none;
     const std::string* subclass = &none;
+    bool commonPart = entity;  // before any subclass marker, or in AcDbEntity
     c.body.reserve(r.size);
     const RTag* end = r.end();
     for (const RTag* t = r.begin(); t != end; ++t) {
@@ -535,12 +539,13 @@ void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode
         }
         if (code == 100) {
             subclass = &t->value;
-            if (entity && t->value == "AcDbEntity") continue;
+            commonPart = entity && t->value == "AcDbEntity";
+            if (commonPart) continue;
             // Markers of classes the parsers know are implied when writing.
             c.body.push_back({t, subclass});
             continue;
         }
-        if (entity && (subclass == &none || *subclass == "AcDbEntity")) {
+        if (commonPart) {
             if (code == 410) continue;  // the layout follows from the owner
             if (takeCommon(c, *t)) continue;
         }
@@ -788,7 +793,7 @@ void Reader::classes()
     Record r;
     for (;;) {
         readRecord(r);
-        if (r.name == "ENDSEC") return;
+        if (r.name == "ENDSEC"sv) return;
         validate(r);
         KoDbDxfRecord rec {r.name, {}};
         for (const RTag& t : r) rec.tags.push_back({t.code, t.value});
@@ -821,9 +826,9 @@ void Reader::tables()
     KoDbSymbolTable* table = nullptr;
     for (;;) {
         readRecord(r);
-        if (r.name == "ENDSEC") return;
+        if (r.name == "ENDSEC"sv) return;
         validate(r);
-        if (r.name == "TABLE") {
+        if (r.name == "TABLE"sv) {
             std::string name;
             for (const RTag& t : r)
                 if (t.code == 2) {
@@ -855,7 +860,7 @@ void Reader::tables()
             *slot = table->objectId();
             continue;
         }
-        if (r.name == "ENDTAB") {
+        if (r.name == "ENDTAB"sv) {
             table = nullptr;
             continue;
         }
@@ -869,11 +874,11 @@ void Reader::tables()
 void Reader::tableRecord(const Record& r, KoDbSymbolTable* table)
 {
     Common c;
-    splitRecord(r, c, false, r.name == "DIMSTYLE" ? 105 : 5);
+    splitRecord(r, c, false, r.name == "DIMSTYLE"sv ? 105 : 5);
     KoDbSymbolTableRecord* rec = nullptr;
-    auto* layer = r.name == "LAYER" ? new KoDbLayerTableRecord : nullptr;
-    auto* linetype = r.name == "LTYPE" ? new KoDbLinetypeTableRecord : nullptr;
-    auto* block = r.name == "BLOCK_RECORD" ? new KoDbBlockTableRecord : nullptr;
+    auto* layer = r.name == "LAYER"sv ? new KoDbLayerTableRecord : nullptr;
+    auto* linetype = r.name == "LTYPE"sv ? new KoDbLinetypeTableRecord : nullptr;
+    auto* block = r.name == "BLOCK_RECORD"sv ? new KoDbBlockTableRecord : nullptr;
     rec = layer ? static_cast<KoDbSymbolTableRecord*>(layer)
           : linetype ? static_cast<KoDbSymbolTableRecord*>(linetype)
           : block    ? static_cast<KoDbSymbolTableRecord*>(block)
@@ -983,9 +988,9 @@ void Reader::blocks()
     uint64_t beginHandle = 0;
     for (;;) {
         readRecord(r);
-        if (r.name == "ENDSEC") return;
+        if (r.name == "ENDSEC"sv) return;
         validate(r);
-        if (r.name == "BLOCK") {
+        if (r.name == "BLOCK"sv) {
             Common c;
             splitRecord(r, c, true);
             KoString name;
@@ -1028,7 +1033,7 @@ void Reader::blocks()
             beginHandle = c.handle;
             continue;
         }
-        if (r.name == "ENDBLK") {
+        if (r.name == "ENDBLK"sv) {
             Common c;
             splitRecord(r, c, true);
             if (block) block->setMarkerHandles(KoDbHandle(beginHandle), KoDbHandle(c.handle));
@@ -1045,7 +1050,7 @@ void Reader::entities()
     Record r;
     for (;;) {
         readRecord(r);
-        if (r.name == "ENDSEC") return;
+        if (r.name == "ENDSEC"sv) return;
         validate(r);
         entity(r, nullptr);
     }
@@ -1057,7 +1062,7 @@ void Reader::readSubRecords(std::vector<KoDbDxfRecord>& subs)
     Record r;
     for (;;) {
         readRecord(r);
-        if (r.name != "ATTRIB" && r.name != "VERTEX" && r.name != "SEQEND") {
+        if (r.name != "ATTRIB"sv && r.name != "VERTEX"sv && r.name != "SEQEND"sv) {
             std::swap(r, m_pending);
             m_hasPending = true;
             repaired(ReadCode::kUnterminatedSequence, m_pending.line, "a sequence of vertices or attributes has no end marker");
@@ -1071,7 +1076,7 @@ void Reader::readSubRecords(std::vector<KoDbDxfRecord>& subs)
             rec.tags.push_back({t.code, t.value});
         }
         subs.push_back(std::move(rec));
-        if (r.name == "SEQEND") return;
+        if (r.name == "SEQEND"sv) return;
     }
 }
 
@@ -1079,7 +1084,7 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
 {
     // Kept as an entity, such a record would be written where it ends a
     // block or the file for every later reader.
-    if (r.name == "BLOCK" || r.name == "ENDBLK" || r.name == "SECTION" || r.name == "EOF") {
+    if (r.name == "BLOCK"sv || r.name == "ENDBLK"sv || r.name == "SECTION"sv || r.name == "EOF"sv) {
         repaired(ReadCode::kMisplacedRecord, r.line, r.name + " record among the entities; it was dropped");
         return;
     }
@@ -1087,8 +1092,8 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
     splitRecord(r, c, true);
     KoDbDxfTags preserved;
     std::vector<KoDbDxfRecord> subs;
-    bool hasSubs = r.name == "POLYLINE";
-    if (r.name == "INSERT")
+    bool hasSubs = r.name == "POLYLINE"sv;
+    if (r.name == "INSERT"sv)
         for (const BodyTag& b : c.body)
             if (b.code() == 66 && integer(*b.tag) != 0) hasSubs = true;
     if (hasSubs) readSubRecords(subs);
@@ -1157,10 +1162,7 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, const Re
         const BodyTag& b = c.body[i];
         const RTag& t = *b.tag;
         if (t.code == 100 && kind.isMarker(t.value)) continue;
-        const EntityField* field = nullptr;
-        for (const EntitySubclass& s : kind.subclasses)
-            for (const EntityField& f : s.fields)
-                if (!field && f.takes(t.code)) field = &f;
+        const EntityField* field = kind.field(t.code);
         if (!field) {
             // No kind uses the common property codes in its own subclass, so
             // such codes found there are taken as the properties.
@@ -1304,7 +1306,7 @@ void Reader::objects()
     Record r;
     for (;;) {
         readRecord(r);
-        if (r.name == "ENDSEC") return;
+        if (r.name == "ENDSEC"sv) return;
         validate(r);
         object(r);
     }
@@ -1317,7 +1319,7 @@ void Reader::object(const Record& r)
     KoDbDxfTags preserved;
     auto keep = [&](const BodyTag& b) { preserve(preserved, b); };
     std::unique_ptr<KoDbObject> o;
-    if (r.name == "DICTIONARY") {
+    if (r.name == "DICTIONARY"sv) {
         auto d = std::make_unique<KoDbDictionary>();
         std::string key;
         for (const BodyTag& b : c.body) {
@@ -1342,7 +1344,7 @@ void Reader::object(const Record& r)
             return;
         }
         o = std::move(d);
-    } else if (r.name == "LAYOUT") {
+    } else if (r.name == "LAYOUT"sv) {
         auto layout = std::make_unique<KoDbLayout>();
         KoDbDxfTags plot;
         KoGePoint3d limMin, limMax(420, 297, 0);
@@ -1371,7 +1373,7 @@ void Reader::object(const Record& r)
         layout->setLimits({limMin.x, limMin.y}, {limMax.x, limMax.y});
         layout->setPlotSettings(std::move(plot));
         o = std::move(layout);
-    } else if (r.name == "DGNDEFINITION") {
+    } else if (r.name == "DGNDEFINITION"sv) {
         auto def = std::make_unique<KoDbDgnDefinition>();
         for (const BodyTag& b : c.body) {
             const RTag& t = *b.tag;

@@ -3,13 +3,16 @@
 // reader, malformed files fail with a message, saves are atomic.
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <cmath>
+#include <cstring>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <numbers>
+#include <random>
 #include <sstream>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -727,6 +730,45 @@ TEST(KoDbDxf, RecordsReadAheadKeepTheirOrderAndPlace)
         EXPECT_EQ(report.diagnostics.back().place.line, static_cast<uint64_t>(std::count(text.begin(), text.begin() + static_cast<long>(value), '\n')));
         EXPECT_EQ(kept.modelSpaceId(), keptModel);
     }
+}
+
+// Plain decimals take a shorter road than other numbers; either way a
+// value must be the double nearest to its text, bit for bit.
+TEST(KoDbDxf, NumbersAreTheDoublesNearestTheirText)
+{
+    std::mt19937_64 random(7);
+    std::vector<std::string> texts = {"0",     "-0.0",  "1.",        ".5",       "-.25",      "007.50",
+                                      "1e3",   "2.5E-3", "9007199254740992", "9007199254740993", "0.1",
+                                      "123456789012345678", "1.2345678901234567890", "0.0000000000000000000001",
+                                      "3351.84999999986", "-881.808333333582"};
+    for (int i = 0; i < 2000; ++i) {
+        std::string digits = std::to_string(random() % 100000000000000000ull);
+        const size_t point = random() % (digits.size() + 1);
+        std::string text = (random() % 2 ? "-" : "") + digits.substr(0, point) + "." + digits.substr(point);
+        if (text == "." || text == "-.") text += "0";
+        texts.push_back(text);
+    }
+    std::string records;
+    for (size_t i = 0; i < texts.size(); ++i)
+        records += "  0\nPOINT\n  8\n0\n 10\n" + texts[i] + "\n 20\n0\n 30\n0\n";
+    KoDbDatabase db(false);
+    KoDbDxfReadReport report;
+    readWithEntities(db, records, report);
+    KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId());
+    size_t i = 0;
+    for (auto it = model->newIterator(); !it->done(); it->step()) {
+        KoDbObjectId id;
+        it->getEntityId(id);
+        KoDbObjectPointer<KoDbPoint> point(id);
+        if (!point) continue;
+        ASSERT_LT(i, texts.size());
+        std::string_view text = texts[i++];
+        double expected = 0;
+        std::from_chars(text.data(), text.data() + text.size(), expected);
+        const double read = point->position().x;
+        EXPECT_EQ(std::memcmp(&read, &expected, sizeof read), 0) << text << " read as " << read;
+    }
+    EXPECT_EQ(i, texts.size());
 }
 
 TEST(KoDbDxf, RepairsAreRecordsWithTheLineOfTheirRecord)
