@@ -468,7 +468,7 @@ bool Reader::scanRecord(Record& r)
     r.invalid.reset();
     while (nextTag(code, value)) {
         if (code == 0) {
-            m_in.tags.pushBack();
+            m_in.tags.pushBack(value);
             try {
                 check(r);
             } catch (ParseError& e) {

@@ -78,7 +78,6 @@ bool TagReader::next(int& code, std::string_view& value)
         m_pushedBack = false;
         code = m_lastCode;
         value = m_lastValue;
-        m_lastView = value;
         return true;
     }
     std::string_view codeText;
@@ -105,13 +104,12 @@ bool TagReader::next(int& code, std::string_view& value)
         return false;
     }
     m_lastCode = code;
-    m_lastView = value;
     return true;
 }
 
-void TagReader::pushBack()
+void TagReader::pushBack(std::string_view value)
 {
-    m_lastValue.assign(m_lastView);
+    m_lastValue.assign(value);
     m_pushedBack = true;
 }
 

@@ -29,8 +29,8 @@ public:
     // The next tag; false at the end of the input or on a malformed tag
     // (then error() is set). The value stays valid until the next call.
     bool next(int& code, std::string_view& value);
-    // Makes the tag just read the next one again.
-    void pushBack();
+    // Makes the tag just read, whose value is `value`, the next one again.
+    void pushBack(std::string_view value);
     // Line of the group code of the tag just read.
     long line() const { return m_tagLine; }
     const std::string& error() const { return m_error; }
@@ -55,7 +55,6 @@ private:
     bool m_pushedBack = false;
     int m_lastCode = 0;
     std::string m_lastValue;  // a copy, only while pushed back
-    std::string_view m_lastView;
 };
 
 }  // namespace Kora::Dxf
