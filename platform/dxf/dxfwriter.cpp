@@ -6,6 +6,7 @@
 #include <cmath>
 #include <numbers>
 #include <optional>
+#include <thread>
 #include <unordered_map>
 
 #include "dbimpl.h"
@@ -13,6 +14,7 @@
 #include "dxfentitykinds.h"
 #include "dxfhatchlayout.h"
 #include "kora/atomicfile.h"
+#include "kora/handoff.h"
 #include "kora/db/underlay.h"
 #include "kora/dxf/dxf.h"
 
@@ -23,6 +25,16 @@ namespace {
 struct Sink {
     virtual ~Sink() = default;
     virtual bool write(const char* data, size_t size) = 0;
+};
+
+struct StringSink : Sink {
+    std::string& s;
+    explicit StringSink(std::string& target) : s(target) {}
+    bool write(const char* data, size_t size) override
+    {
+        s.append(data, size);
+        return true;
+    }
 };
 
 constexpr double kRadToDeg = 180.0 / std::numbers::pi;
@@ -170,6 +182,11 @@ private:
     void record(const KoDbSymbolTableRecord* r, const KoDbSymbolTable* t);
     void blocks();
     void entities();
+    struct Placed {
+        const KoDbEntity* entity;
+        bool paperSpace;
+    };
+    void runs(const std::vector<Placed>& all);
     void entity(const KoDbEntity* e, bool paperSpace);
     void sequence(const EntitySequence& seq, const KoDbEntity* e, bool paperSpace);
     void fields(const EntityKind& kind, const KoDbEntity* e);
@@ -544,13 +561,80 @@ void Writer::entities()
 {
     tag(0, "SECTION");
     tag(2, "ENTITIES");
+    std::vector<Placed> all;
     for (const bool paper : {false, true}) {
         const auto* b = kodbPeek<KoDbBlockTableRecord>(paper ? m_db.paperSpaceId() : m_db.modelSpaceId());
         if (!b) continue;
         for (KoDbObjectId eid : b->entityIds())
-            if (const auto* e = kodbPeek<KoDbEntity>(eid); e && !e->isErased()) entity(e, paper);
+            if (const auto* e = kodbPeek<KoDbEntity>(eid); e && !e->isErased()) all.push_back({e, paper});
     }
+    runs(all);
     tag(0, "ENDSEC");
+}
+
+// Turning numbers into text is most of the work of a save. The entities
+// go in runs, taken in turn by this thread and by a second one that
+// formats its runs into text of their own; the text is written in the
+// entities' order. The new handles of the records that follow an entity
+// (the vertices of 3D polylines) are counted out to each run beforehand, so
+// that every run numbers them as a one-thread save would.
+void Writer::runs(const std::vector<Placed>& all)
+{
+    constexpr size_t kRun = 4096;
+    const size_t count = (all.size() + kRun - 1) / kRun;
+    std::vector<uint64_t> firstHandle {m_nextHandle};
+    for (size_t run = 0; run < count; ++run) {
+        uint64_t next = firstHandle.back();
+        for (size_t i = run * kRun; i < std::min(all.size(), (run + 1) * kRun); ++i)
+            if (const EntityKind* kind = kindOf(all[i].entity); kind && kind->sequence)
+                next += kind->sequence->vertices(*all[i].entity).size() + 1;
+        firstHandle.push_back(next);
+    }
+    auto format = [&](Writer& w, size_t run) {
+        w.m_nextHandle = firstHandle[run];
+        for (size_t i = run * kRun; i < std::min(all.size(), (run + 1) * kRun); ++i) w.entity(all[i].entity, all[i].paperSpace);
+    };
+
+    Kora::Handoff<std::string> formatted(2);
+    std::thread helper;
+    if (count > 1)
+        helper = std::thread([&] {
+            std::string text;
+            try {
+                for (size_t run = 1; run < count && formatted.acquire(text); run += 2) {
+                    text.clear();
+                    StringSink sink(text);
+                    Writer w(m_db, sink);
+                    format(w, run);
+                    w.flush();
+                    formatted.send(std::move(text));
+                    text = {};
+                }
+                formatted.finish();
+            } catch (...) {
+                formatted.finish(std::current_exception());
+            }
+        });
+    struct Join {
+        Kora::Handoff<std::string>& formatted;
+        std::thread& helper;
+        ~Join()
+        {
+            formatted.close();
+            if (helper.joinable()) helper.join();
+        }
+    } join {formatted, helper};
+
+    for (size_t run = 0; run < count; run += 2) {
+        format(*this, run);
+        std::string text;
+        if (run + 1 < count && formatted.receive(text)) {
+            flush();
+            if (!m_failed && !m_sink.write(text.data(), text.size())) m_failed = true;
+            formatted.giveBack(std::move(text));
+        }
+    }
+    m_nextHandle = firstHandle.back();
 }
 
 void Writer::entity(const KoDbEntity* e, bool paperSpace)
@@ -746,15 +830,7 @@ void Writer::object(const KoDbObject* o)
 
 Kora::ErrorStatus kodbWriteDxf(const KoDbDatabase& database, std::string& out)
 {
-    struct StringSink : Kora::Dxf::Sink {
-        std::string& s;
-        explicit StringSink(std::string& target) : s(target) {}
-        bool write(const char* data, size_t size) override
-        {
-            s.append(data, size);
-            return true;
-        }
-    } sink(out);
+    Kora::Dxf::StringSink sink(out);
     out.clear();
     return Kora::Dxf::Writer(database, sink).run();
 }

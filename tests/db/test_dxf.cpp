@@ -13,6 +13,7 @@
 #include <map>
 #include <numbers>
 #include <random>
+#include <set>
 #include <sstream>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -769,6 +770,56 @@ TEST(KoDbDxf, NumbersAreTheDoublesNearestTheirText)
         EXPECT_EQ(std::memcmp(&read, &expected, sizeof read), 0) << text << " read as " << read;
     }
     EXPECT_EQ(i, texts.size());
+}
+
+// A save formats runs of entities on two threads. Whatever the runs, the
+// entities come out in their order, and the vertex records that follow 3D
+// polylines get handles of their own, counted on from the drawing's.
+TEST(KoDbDxf, SavesOfManyEntitiesKeepTheirOrderAndHandles)
+{
+    const int count = 20000;
+    KoDbDatabase db;
+    {
+        KoDbObjectPointer<KoDbBlockTableRecord> model(db.modelSpaceId(), KoDb::kForWrite);
+        for (int i = 0; i < count; ++i) {
+            KoDbEntity* e = nullptr;
+            if (i % 3 == 0) {
+                auto* polyline = new KoDb3dPolyline;
+                for (int v = 0; v <= i % 4; ++v) polyline->appendVertex({double(i), double(v), 1.0});
+                e = polyline;
+            } else {
+                e = new KoDbLine({double(i), 0, 0}, {double(i), 1, 0});
+            }
+            model->appendKoDbEntity(e);
+            e->close();
+        }
+    }
+    std::string text;
+    ASSERT_EQ(kodbWriteDxf(db, text), Kora::eOk);
+
+    std::set<std::string> handles;
+    std::vector<double> order;
+    const size_t from = text.find("ENTITIES\n") + 9;
+    std::istringstream in(text.substr(from, text.find("OBJECTS") - from));
+    std::string code, value, record;
+    while (std::getline(in, code) && std::getline(in, value)) {
+        if (code == "  0") record = value;
+        if (code == "  5") {
+            EXPECT_TRUE(handles.insert(value).second) << "handle " << value << " twice";
+        }
+        // Each LINE's and each POLYLINE's first x.
+        if (code == " 10" && (record == "LINE" || record == "VERTEX") && (order.empty() || std::stod(value) != order.back()))
+            order.push_back(std::stod(value));
+    }
+    ASSERT_EQ(order.size(), static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i) ASSERT_EQ(order[static_cast<size_t>(i)], i);
+
+    KoDbDatabase back(false);
+    KoString message;
+    KoDbDxfReadReport report;
+    ASSERT_EQ(kodbReadDxf(back, text, L"many.dxf", &message, &report), Kora::eOk) << message.toUtf8();
+    EXPECT_TRUE(report.diagnostics.empty()) << report.diagnostics.front().message;
+    EXPECT_TRUE(report.audit.empty());
 }
 
 TEST(KoDbDxf, RepairsAreRecordsWithTheLineOfTheirRecord)
