@@ -14,12 +14,12 @@ namespace {
 
 constexpr double kFlatTolerance = 1e-7;
 
-bool isUnsupported(const KoDbEntity* entity)
+bool isUnsupported(const KoRxClass* entityClass)
 {
     const KoRxClass* const kUnsupported[] = {KoDb3dSolid::desc(), KoDbSurface::desc(), KoDbBody::desc(),
                                              KoDbOleFrame::desc(), KoDbOle2Frame::desc()};
     for (const KoRxClass* cls : kUnsupported) {
-        if (entity->isKindOf(cls)) return true;
+        if (entityClass->isDerivedFrom(cls)) return true;
     }
     return false;
 }
@@ -40,6 +40,7 @@ DrawingExportScan scanDrawingForExport(KoDbDatabase* database)
     if (!database) return scan;
     KoDbObjectPointer<KoDbBlockTable> table(database->blockTableId());
     if (!table) return scan;
+    const KoRxClass* lastClass = nullptr;
     for (auto blocks = table->newIterator(); !blocks->done(); blocks->step()) {
         KoDbObjectId blockId;
         if (blocks->getRecordId(blockId) != eOk) continue;
@@ -50,7 +51,11 @@ DrawingExportScan scanDrawingForExport(KoDbDatabase* database)
             if (entities->getEntityId(entityId) != eOk) continue;
             KoDbObjectPointer<KoDbEntity> entity(entityId);
             if (!entity) continue;
-            if (!scan.hasUnsupportedEntities) scan.hasUnsupportedEntities = isUnsupported(entity.object());
+            // Asked once per run of entities of one class.
+            if (entity->isA() != lastClass) {
+                lastClass = entity->isA();
+                if (!scan.hasUnsupportedEntities) scan.hasUnsupportedEntities = isUnsupported(lastClass);
+            }
             if (!scan.has3dContent) scan.has3dContent = leavesThePlane(entity.object());
             if (scan.hasUnsupportedEntities && scan.has3dContent) return scan;
         }

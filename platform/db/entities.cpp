@@ -26,6 +26,14 @@ struct Ocs {
     KoGeVector3d x, y, z;
     explicit Ocs(const KoGeVector3d& normal)
     {
+        // The plan view's axes, as the rule below gives them, without its
+        // square roots: nearly every entity of a drawing lies in it.
+        if (normal == KoGeVector3d::kZAxis()) {
+            x = {1.0, 0.0, 0.0};
+            y = {0.0, 1.0, 0.0};
+            z = normal;
+            return;
+        }
         z = normal.length() > 0.0 ? normal.normal() : KoGeVector3d::kZAxis();
         const KoGeVector3d ax = (std::fabs(z.x) < 1.0 / 64.0 && std::fabs(z.y) < 1.0 / 64.0)
                                     ? KoGeVector3d(0.0, 1.0, 0.0).crossProduct(z)
