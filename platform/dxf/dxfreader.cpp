@@ -34,13 +34,13 @@ using namespace std::string_view_literals;
 constexpr double kDegToRad = std::numbers::pi / 180.0;
 
 struct RTag {
-    int code = 0;
-    std::string value;
-    long line = 0;
+    std::string_view value;  // in the text of its record
     // The value of a number group once the record is validated, so that it
     // is parsed once.
-    bool parsed = false;
     double number = 0.0;
+    long line = 0;
+    int code = 0;
+    bool parsed = false;
 };
 
 class ParseError {
@@ -50,23 +50,41 @@ public:
     std::string message;
 };
 
-// One record: its name and tags, reusing string storage between records.
+// One record: its name and tags, reusing storage between records. The
+// values of its tags lie one after another in one text, so that a record
+// is a few blocks of memory, whichever thread reads it.
 struct Record {
     std::string name;
     long line = 0;
     std::vector<RTag> tags;
     size_t size = 0;
+    // A vector, whose storage stays where it is when the record moves.
+    std::vector<char> text;
     // A value that does not suit its group, found when the record was read
     // and raised when the record is taken up.
     std::optional<ParseError> invalid;
 
-    void clear() { size = 0; }
+    void clear()
+    {
+        size = 0;
+        text.clear();
+    }
     void push(int code, std::string_view value, long line)
     {
+        if (text.size() + value.size() > text.capacity()) {
+            // The values already in go along to the larger storage.
+            std::vector<char> larger;
+            larger.reserve(std::max(2 * text.capacity(), text.size() + value.size()));
+            larger.assign(text.begin(), text.end());
+            for (RTag& t : *this) t.value = {larger.data() + (t.value.data() - text.data()), t.value.size()};
+            text.swap(larger);
+        }
+        const size_t at = text.size();
+        text.insert(text.end(), value.begin(), value.end());
         if (size == tags.size()) tags.emplace_back();
         RTag& t = tags[size++];
         t.code = code;
-        t.value.assign(value);
+        t.value = {text.data() + at, value.size()};
         t.line = line;
         t.parsed = false;
     }
@@ -142,7 +160,7 @@ private:
 // A tag of a record's body with the subclass it came in.
 struct BodyTag {
     const RTag* tag;
-    const std::string* subclass;
+    const std::string_view* subclass;
     int code() const { return tag->code; }
 };
 
@@ -213,12 +231,12 @@ private:
 
     // ---- values ----
     std::string text(std::string_view raw);
-    KoString wide(const std::string& value) { return KoString::fromUtf8(value); }
+    KoString wide(std::string_view value) { return KoString::fromUtf8(value); }
     double dbl(const RTag& t)
     {
         double d = t.number;
-        if (!t.parsed && !parseDouble(t.value, d)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not a number (group " + std::to_string(t.code) + ")");
-        if (!std::isfinite(d)) fail(ReadCode::kBadValue, t.line, "the number \"" + t.value.substr(0, 40) + "\" is out of range");
+        if (!t.parsed && !parseDouble(t.value, d)) fail(ReadCode::kBadValue, t.line, "\"" + std::string(t.value.substr(0, 40)) + "\" is not a number (group " + std::to_string(t.code) + ")");
+        if (!std::isfinite(d)) fail(ReadCode::kBadValue, t.line, "the number \"" + std::string(t.value.substr(0, 40)) + "\" is out of range");
         return d;
     }
     // A coordinate of a point (or vector) whose x has group `base`, y
@@ -241,15 +259,15 @@ private:
     int integer(const RTag& t)
     {
         int64_t i;
-        if (!parseInt(t.value, i)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not an integer (group " + std::to_string(t.code) + ")");
-        if (i < INT32_MIN || i > INT32_MAX) fail(ReadCode::kBadValue, t.line, "the integer " + t.value.substr(0, 40) + " is out of range");
+        if (!parseInt(t.value, i)) fail(ReadCode::kBadValue, t.line, "\"" + std::string(t.value.substr(0, 40)) + "\" is not an integer (group " + std::to_string(t.code) + ")");
+        if (i < INT32_MIN || i > INT32_MAX) fail(ReadCode::kBadValue, t.line, "the integer " + std::string(t.value.substr(0, 40)) + " is out of range");
         return static_cast<int>(i);
     }
     uint64_t handleValue(const RTag& t)
     {
         uint64_t h = 0;
         if (trimmed(t.value).empty()) return 0;
-        if (!parseHandle(t.value, h)) fail(ReadCode::kBadValue, t.line, "\"" + t.value.substr(0, 40) + "\" is not a handle (group " + std::to_string(t.code) + ")");
+        if (!parseHandle(t.value, h)) fail(ReadCode::kBadValue, t.line, "\"" + std::string(t.value.substr(0, 40)) + "\" is not a handle (group " + std::to_string(t.code) + ")");
         if (h > m_maxHandle) m_maxHandle = h;
         return h;
     }
@@ -270,7 +288,7 @@ private:
             if (valueKind(t.code) == ValueKind::Double ? (t.parsed = parseDouble(t.value, t.number))
                                                        : validValue(t.code, t.value))
                 continue;
-            const std::string shown = "\"" + t.value.substr(0, 40) + "\"";
+            const std::string shown = "\"" + std::string(t.value.substr(0, 40)) + "\"";
             switch (valueKind(t.code)) {
             case ValueKind::Handle: fail(ReadCode::kBadValue, t.line, shown + " is not a handle (group " + std::to_string(t.code) + ")");
             case ValueKind::Int: fail(ReadCode::kBadValue, t.line, shown + " is not an integer (group " + std::to_string(t.code) + ")");
@@ -495,23 +513,23 @@ void Reader::preserve(KoDbDxfTags& out, const BodyTag& b)
             marker = &it->value;
             break;
         }
-    if (!marker || *marker != *b.subclass) out.push_back({100, *b.subclass});
+    if (!marker || *marker != *b.subclass) out.push_back({100, std::string(*b.subclass)});
     if (b.tag->code == 100 && b.tag->value == *b.subclass) return;  // the marker itself
-    out.push_back({b.tag->code, b.tag->value});
+    out.push_back({b.tag->code, std::string(b.tag->value)});
     ++m_report.preservedTags;
 }
 
 void Reader::splitRecord(const Record& r, Common& c, bool entity, int handleCode)
 {
-    static const std::string none;
-    const std::string* subclass = &none;
+    static const std::string_view none;
+    const std::string_view* subclass = &none;
     bool commonPart = entity;  // before any subclass marker, or in AcDbEntity
     c.body.reserve(r.size);
     const RTag* end = r.end();
     for (const RTag* t = r.begin(); t != end; ++t) {
         const int code = t->code;
         if (code >= 1000) {
-            if (code == 1001 || !c.xdata.empty()) c.xdata.push_back({code, t->value});
+            if (code == 1001 || !c.xdata.empty()) c.xdata.push_back({code, std::string(t->value)});
             else fail(ReadCode::kBadExtendedData, t->line, "extended data must start with an application name (group 1001)");
             continue;
         }
@@ -796,7 +814,7 @@ void Reader::classes()
         if (r.name == "ENDSEC"sv) return;
         validate(r);
         KoDbDxfRecord rec {r.name, {}};
-        for (const RTag& t : r) rec.tags.push_back({t.code, t.value});
+        for (const RTag& t : r) rec.tags.push_back({t.code, std::string(t.value)});
         m_d.classes.push_back(std::move(rec));
     }
 }
@@ -1073,7 +1091,7 @@ void Reader::readSubRecords(std::vector<KoDbDxfRecord>& subs)
         rec.tags.reserve(r.size);
         for (const RTag& t : r) {
             if (t.code == 5) handleValue(t);
-            rec.tags.push_back({t.code, t.value});
+            rec.tags.push_back({t.code, std::string(t.value)});
         }
         subs.push_back(std::move(rec));
         if (r.name == "SEQEND"sv) return;
@@ -1351,7 +1369,7 @@ void Reader::object(const Record& r)
         for (const BodyTag& b : c.body) {
             const RTag& t = *b.tag;
             if (*b.subclass == "AcDbPlotSettings") {
-                if (t.code != 100) plot.push_back({t.code, t.value});
+                if (t.code != 100) plot.push_back({t.code, std::string(t.value)});
                 continue;
             }
             if (*b.subclass != "AcDbLayout") {
