@@ -3,10 +3,20 @@
 // the time of each step (the drawing's teardown included) and the peak
 // memory once the drawing is read (the drawing's own size). bench_export.py
 // runs it beside GDAL's ogr2ogr on the same drawing.
+//
+// bench_export --crossing: the time a cache line takes to go from the first
+// core to the second and back. The DXF read hands records between two
+// threads, so its figure depends on how far apart the host put the cores.
+#include <pthread.h>
+#include <sched.h>
+
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <string_view>
 #include <sys/resource.h>
+#include <thread>
 
 #include "kora/db/database.h"
 #include "kora/dgn/translate.h"
@@ -21,10 +31,47 @@ long peakKb()
     return usage.ru_maxrss;
 }
 
+void pinTo(int cpu)
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(cpu, &set);
+    pthread_setaffinity_np(pthread_self(), sizeof set, &set);
+}
+
+// Nanoseconds for one round trip of a value between CPUs 0 and 1.
+double crossing()
+{
+    constexpr long kTrips = 200000;
+    std::atomic<long> turn {0};
+    std::thread other([&] {
+        pinTo(1);
+        for (long i = 0; i < kTrips; ++i) {
+            while (turn.load(std::memory_order_acquire) != 2 * i + 1) {
+            }
+            turn.store(2 * i + 2, std::memory_order_release);
+        }
+    });
+    pinTo(0);
+    const auto start = std::chrono::steady_clock::now();
+    for (long i = 0; i < kTrips; ++i) {
+        turn.store(2 * i + 1, std::memory_order_release);
+        while (turn.load(std::memory_order_acquire) != 2 * i + 2) {
+        }
+    }
+    const auto end = std::chrono::steady_clock::now();
+    other.join();
+    return std::chrono::duration<double, std::nano>(end - start).count() / kTrips;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    if (argc == 2 && std::string_view(argv[1]) == "--crossing") {
+        std::printf("%.0f\n", crossing());
+        return 0;
+    }
     if (argc != 4) {
         std::fprintf(stderr, "usage: bench_export IN.dxf OUT.dgn SEED.dgn\n");
         return 2;
