@@ -387,7 +387,7 @@ constexpr EntityGroup kVertices {
             items.push_back({v.point.x, v.point.y, v.startWidth, v.endWidth, v.bulge});
         return items;
     },
-    [](KoDbEntity& e, std::vector<GroupItem> items) {
+    [](KoDbEntity& e, const std::vector<GroupItem>& items) {
         std::vector<KoDbPolyline::Vertex> vs;
         vs.reserve(items.size());
         for (const GroupItem& i : items) vs.push_back({{i[0], i[1]}, i[4], i[2], i[3]});

@@ -85,7 +85,7 @@ using GroupItem = std::array<double, 5>;
 struct EntityGroup {
     std::span<const GroupMember> members;  // the first one opens a new item
     std::vector<GroupItem> (*items)(const KoDbEntity&);
-    Kora::ErrorStatus (*setItems)(KoDbEntity&, std::vector<GroupItem>);
+    Kora::ErrorStatus (*setItems)(KoDbEntity&, const std::vector<GroupItem>&);
 
     const GroupMember* member(int code) const
     {

@@ -299,12 +299,14 @@ private:
 
     // ---- records to objects ----
     struct Common {
+        // The reader's storage for the body, which a record at a time uses.
+        explicit Common(std::vector<BodyTag>& storage) : body(storage) { body.clear(); }
         uint64_t handle = 0;
         KoDbStub* owner = nullptr;
         std::vector<KoDbStub*> reactors;
         KoDbStub* xdict = nullptr;
         KoDbDxfTags xdata;
-        std::vector<BodyTag> body;
+        std::vector<BodyTag>& body;
         // Entity properties.
         std::string layer, linetype;
         KoCmColor color;
@@ -395,6 +397,9 @@ private:
     std::string m_clayer, m_celtype;
     std::unordered_map<std::string, KoDbObjectId> m_layers, m_linetypes;
     KoDbObjectId m_spaces[2];  // model and paper space
+    // Storage kept from one record to the next.
+    std::vector<GroupItem> m_items;
+    std::vector<BodyTag> m_body;
     std::vector<std::pair<KoDbBlockTableRecord*, KoDbStub*>> m_blockLayouts;  // from BLOCK_RECORD 340
     std::vector<std::pair<KoDbLayout*, KoDbStub*>> m_layoutBlocks;            // from LAYOUT 330
     std::vector<KoDbStub*> m_unnumbered;  // objects made or read without a handle
@@ -868,7 +873,7 @@ void Reader::tables()
                 table = kodbPeek<KoDbSymbolTable>(*slot);
                 continue;
             }
-            Common c;
+            Common c(m_body);
             splitRecord(r, c, false);
             table = name == "BLOCK_RECORD" ? new KoDbBlockTable
                     : name == "LAYER"      ? new KoDbLayerTable
@@ -891,7 +896,7 @@ void Reader::tables()
 
 void Reader::tableRecord(const Record& r, KoDbSymbolTable* table)
 {
-    Common c;
+    Common c(m_body);
     splitRecord(r, c, false, r.name == "DIMSTYLE"sv ? 105 : 5);
     KoDbSymbolTableRecord* rec = nullptr;
     auto* layer = r.name == "LAYER"sv ? new KoDbLayerTableRecord : nullptr;
@@ -1009,7 +1014,7 @@ void Reader::blocks()
         if (r.name == "ENDSEC"sv) return;
         validate(r);
         if (r.name == "BLOCK"sv) {
-            Common c;
+            Common c(m_body);
             splitRecord(r, c, true);
             KoString name;
             int flags = 0;
@@ -1052,7 +1057,7 @@ void Reader::blocks()
             continue;
         }
         if (r.name == "ENDBLK"sv) {
-            Common c;
+            Common c(m_body);
             splitRecord(r, c, true);
             if (block) block->setMarkerHandles(KoDbHandle(beginHandle), KoDbHandle(c.handle));
             block = nullptr;
@@ -1106,7 +1111,7 @@ void Reader::entity(Record& r, KoDbBlockTableRecord* block)
         repaired(ReadCode::kMisplacedRecord, r.line, r.name + " record among the entities; it was dropped");
         return;
     }
-    Common c;
+    Common c(m_body);
     splitRecord(r, c, true);
     KoDbDxfTags preserved;
     std::vector<KoDbDxfRecord> subs;
@@ -1162,7 +1167,8 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, const Re
     size_t pointCount = 0;
     int missing = 0;  // required fields not met yet
     const EntityField* groupField = nullptr;
-    std::vector<GroupItem> items;
+    std::vector<GroupItem>& items = m_items;
+    items.clear();
     const EntityField* listField = nullptr;
     std::vector<KoGePoint2d> list;
     const EntityField* longField = nullptr;
@@ -1269,7 +1275,7 @@ std::unique_ptr<KoDbEntity> Reader::fieldEntity(const EntityKind& kind, const Re
         else ok = ok && p.field->setPoint(*e, p.value) == Kora::eOk;
     }
     if (listField) ok = ok && listField->setPoints(*e, std::move(list)) == Kora::eOk;
-    if (groupField) ok = ok && groupField->group->setItems(*e, std::move(items)) == Kora::eOk;
+    if (groupField) ok = ok && groupField->group->setItems(*e, items) == Kora::eOk;
     if (kind.sequence) {
         // Vertex values are read leniently, as they always were.
         for (const KoDbDxfRecord& v : subs) {
@@ -1332,7 +1338,7 @@ void Reader::objects()
 
 void Reader::object(const Record& r)
 {
-    Common c;
+    Common c(m_body);
     splitRecord(r, c, false);
     KoDbDxfTags preserved;
     auto keep = [&](const BodyTag& b) { preserve(preserved, b); };
