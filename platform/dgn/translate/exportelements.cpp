@@ -459,10 +459,16 @@ Node ElementBuilder::element(ElementType type, const Symbol& s, Body body) const
 void ElementBuilder::points(const std::vector<KoGePoint3d>& world, bool closed, const Transform& t, const Symbol& s,
                             std::vector<Node>& out, const std::vector<std::byte>& linkage, std::uint16_t properties)
 {
-    if (world.empty()) return;
     std::vector<IntPoint> p;
     p.reserve(world.size() + 1);
     for (const KoGePoint3d& w : world) p.push_back(uor(w, t));
+    points(std::move(p), closed, s, out, linkage, properties);
+}
+
+void ElementBuilder::points(std::vector<IntPoint> p, bool closed, const Symbol& s, std::vector<Node>& out,
+                            const std::vector<std::byte>& linkage, std::uint16_t properties)
+{
+    if (p.empty()) return;
     if (p.size() == 1) { // a point is a line of no length
         out.push_back(element(ElementType::Line, s, Line{p[0], p[0]}));
         return;
@@ -499,10 +505,10 @@ void ElementBuilder::polyline(const KoDbPolyline& e, const Transform& t, const S
     bool bulged = false;
     for (std::size_t i = 0; i < segments; ++i) bulged = bulged || v[i].bulge != 0;
     if (!bulged) {
-        std::vector<KoGePoint3d> world;
-        world.reserve(v.size());
-        for (std::size_t i = 0; i < v.size(); ++i) world.push_back(at(i));
-        points(world, closed, t, s, out);
+        std::vector<IntPoint> p;
+        p.reserve(v.size() + 1);
+        for (std::size_t i = 0; i < v.size(); ++i) p.push_back(uor(at(i), t));
+        points(std::move(p), closed, s, out);
         return;
     }
     // Straight runs as line strings, bulges as arcs, in one complex element.

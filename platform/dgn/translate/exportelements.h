@@ -57,6 +57,10 @@ private:
     // than a line string holds become a complex chain or shape.
     void points(const std::vector<KoGePoint3d>& world, bool closed, const Transform& t, const Symbol& s,
                 std::vector<Node>& out, const std::vector<std::byte>& linkage = {}, std::uint16_t properties = 0);
+    // The same with the points already in UORs (room for one more, which
+    // closing a shape may add).
+    void points(std::vector<V7::IntPoint> p, bool closed, const Symbol& s, std::vector<Node>& out,
+                const std::vector<std::byte>& linkage = {}, std::uint16_t properties = 0);
 
     V7::IntPoint uor(const KoGePoint3d& world, const Transform& t) const;
     V7::DoublePoint uorExact(const KoGePoint3d& world, const Transform& t) const;

@@ -159,7 +159,7 @@ class Out {
 public:
     static constexpr bool Reading = false;
 
-    explicit Out(std::vector<std::byte>& bytes) : m_bytes(bytes) {}
+    explicit Out(std::span<std::byte> bytes) : m_bytes(bytes) {}
 
     bool ok() const { return m_ok; }
     template <typename V> void byte(std::size_t offset, const V& value)
@@ -224,7 +224,7 @@ private:
     {
         bytes(offset, std::span<const std::byte>(data.data(), N));
     }
-    std::vector<std::byte>& m_bytes;
+    std::span<std::byte> m_bytes;
     bool m_ok = true;
 };
 

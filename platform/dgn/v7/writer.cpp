@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <optional>
 
 #include "records.h"
 
@@ -164,14 +165,18 @@ void writeBody(Out& out, const Element& e, bool is3d)
 
 } // namespace
 
-std::expected<std::vector<std::byte>, std::string> encodeElement(const Element& e, bool is3d)
+namespace {
+
+// Appends the element's bytes to `to`; on a problem, says what it is and
+// leaves `to` as it was.
+std::optional<std::string> appendElement(const Element& e, bool is3d, std::vector<std::byte>& to)
 {
     const Header& h = e.header;
     const bool raw = std::holds_alternative<RawBody>(e.body);
     const bool display = hasDisplayHeader(h.type) && (!raw || e.source.size() >= BodyOffset);
     const Sizing sizing = sizeOf(e, is3d);
-    if (!sizing.problem.empty()) return std::unexpected(sizing.problem);
-    if (h.level > 63) return std::unexpected("level " + std::to_string(h.level) + " is over 63");
+    if (!sizing.problem.empty()) return sizing.problem;
+    if (h.level > 63) return "level " + std::to_string(h.level) + " is over 63";
 
     std::size_t total = sizing.bodyEnd;
     if (!raw) {
@@ -179,7 +184,7 @@ std::expected<std::vector<std::byte>, std::string> encodeElement(const Element& 
         total += h.attributes.empty() ? sizing.padding : h.attributes.size();
         total += total % 2;
     }
-    if (total > MaxElementBytes) return std::unexpected("element too long: " + std::to_string(total) + " bytes");
+    if (total > MaxElementBytes) return "element too long: " + std::to_string(total) + " bytes";
 
     // An element read from a file keeps its own bytes where no record field
     // covers them. When its size differs from what the record needs (slack
@@ -190,9 +195,10 @@ std::expected<std::vector<std::byte>, std::string> encodeElement(const Element& 
         const Element original = decodeElement(e.source, is3d);
         keepLayout = original.body == e.body && original.header.attributes == h.attributes;
     }
-    std::vector<std::byte> bytes;
-    if (keepLayout) bytes.assign(e.source.begin(), e.source.end());
-    else bytes.assign(total, std::byte{0});
+    const std::size_t start = to.size();
+    if (keepLayout) to.insert(to.end(), e.source.begin(), e.source.end());
+    else to.resize(start + total, std::byte{0});
+    const std::span<std::byte> bytes(to.data() + start, to.size() - start);
     const bool sameSize = bytes.size() == total;
     Out out(bytes);
 
@@ -224,7 +230,19 @@ std::expected<std::vector<std::byte>, std::string> encodeElement(const Element& 
         writeBody(out, e, is3d);
         if (sameSize) out.bytes(sizing.bodyEnd, h.attributes);
     }
-    if (!out.ok()) return std::unexpected("internal error: " + elementTypeName(h.type) + " record does not fit its size");
+    if (!out.ok()) {
+        to.resize(start);
+        return "internal error: " + elementTypeName(h.type) + " record does not fit its size";
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::expected<std::vector<std::byte>, std::string> encodeElement(const Element& e, bool is3d)
+{
+    std::vector<std::byte> bytes;
+    if (auto problem = appendElement(e, is3d, bytes)) return std::unexpected(std::move(*problem));
     return bytes;
 }
 
@@ -272,9 +290,7 @@ std::expected<Writer, ReadError> Writer::fromSeed(std::span<const std::byte> see
 
 std::expected<void, std::string> Writer::append(const Element& element)
 {
-    auto bytes = encodeElement(element, m_info.is3d);
-    if (!bytes) return std::unexpected(bytes.error());
-    m_bytes.insert(m_bytes.end(), bytes->begin(), bytes->end());
+    if (auto problem = appendElement(element, m_info.is3d, m_bytes)) return std::unexpected(std::move(*problem));
     ++m_count;
     return {};
 }
