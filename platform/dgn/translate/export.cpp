@@ -219,6 +219,8 @@ int DgnExport::ExportDgnFile(const KoString& path, KoDbDatabase* database, bool 
         const KoString shown = KoString::fromUtf8(out.path.string());
         auto writer = startDesign(*seed);
         if (!writer) return fail(L"DGN export failed: " + KoString::fromUtf8(writer.error()));
+        // Most entities make one element of a few dozen words.
+        writer->reserve(entityCount(out.block) * 128);
         ElementBuilder builder(writer->units(), writer->is3d(), drawingToMaster, symbology, m_report);
         KoDbObjectPointer<KoDbBlockTableRecord> block(out.block);
         std::vector<Node> nodes;

@@ -57,6 +57,10 @@ public:
     // empty header range becomes the union of the components' ranges.
     std::expected<void, std::string> appendComplex(const Element& header, std::span<const Element> components);
 
+    // Room for about `bytes` more, so that a large design is not copied as
+    // it grows.
+    void reserve(std::size_t bytes) { m_bytes.reserve(m_bytes.size() + bytes); }
+
     // The design's bytes, ended by the 0xFFFF word. The writer is empty after.
     std::vector<std::byte> finish();
 
