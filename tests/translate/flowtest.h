@@ -28,6 +28,10 @@ class FlowTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite()
     {
+        // Once for the process: the suites of one run share the module.
+        static bool loaded = false;
+        if (loaded) return;
+        loaded = true;
         TestEditor editor;
         KoRxDynamicLinker* linker = KoRxDynamicLinker::cast(korxSysRegistry()->at(KORX_DYNAMIC_LINKER));
         ASSERT_EQ(linker->loadModule(wide(fs::path(KORA_BIN_DIR) / "DgnCommands.krx"), true), Kora::eOk)
