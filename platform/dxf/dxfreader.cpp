@@ -121,9 +121,24 @@ public:
             m_next = 0;
         }
         std::swap(r, m_current.records[m_next++]);
+        // The records were written on the other core. Asking for the lines
+        // of the next ones now lets them travel while this one is turned
+        // into objects: the record after next, then the tags and text of
+        // the next one, whose record asked for them a turn ago.
+        if (m_next + 1 < m_current.count) prefetch(&m_current.records[m_next + 1], sizeof(Record));
+        if (m_next < m_current.count) {
+            const Record& next = m_current.records[m_next];
+            prefetch(next.tags.data(), next.size * sizeof(RTag));
+            prefetch(next.text.data(), next.text.size());
+        }
     }
 
 private:
+    static void prefetch(const void* at, size_t bytes)
+    {
+        for (size_t offset = 0; offset < bytes; offset += 64) __builtin_prefetch(static_cast<const char*>(at) + offset);
+    }
+
     // The threads meet once per 256 records, and the reading thread keeps
     // at most four batches ahead, which bounds what they hold between them.
     static constexpr size_t kBatchSize = 256;
