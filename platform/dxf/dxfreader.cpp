@@ -292,11 +292,13 @@ private:
         return h ? m_d.stubFor(h) : nullptr;
     }
     KoDbObjectId idOf(const RTag& t) { return KoDbObjectId(stubOf(t)); }
-    // Every value of a record must suit its group code, modelled or not.
+    // Raises what the check of the record found when it was read.
     void validate(const Record& r)
     {
         if (r.invalid) throw *r.invalid;
     }
+    // Every value of a record must suit its group code, modelled or not;
+    // numbers are parsed once, here.
     void check(Record& r)
     {
         for (RTag& t : r) {
