@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "kora/dgn/wholefile.h"
 #include "layout.h"
 
 namespace Kora::Dgn::V7 {
@@ -225,41 +226,15 @@ std::expected<Design, ReadError> readDesign(std::vector<std::byte> bytes)
 
 std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesystem::path& path)
 {
-    struct Closer {
-        void operator()(std::FILE* f) const { std::fclose(f); }
-    };
-    std::unique_ptr<std::FILE, Closer> file(std::fopen(path.c_str(), "rb"));
-    if (!file)
-        return std::unexpected(makeError(ReadError::Code::FileAccess,
-                                         "cannot open " + path.string() + ": " + std::strerror(errno)));
     // The first bytes say what the file is: anything but a V7 design is
-    // refused before the rest is read, however long (or endless) it is.
-    std::vector<std::byte> bytes(SignatureBytes);
-    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
-    if (std::ferror(file.get()))
-        return std::unexpected(makeError(ReadError::Code::FileAccess, "cannot read " + path.string()));
-    if (auto refused = refusal(recognise(bytes), bytes.empty(), path.string() + ": "))
-        return std::unexpected(std::move(*refused));
-
-    // A regular file is read whole, its size reserved so the buffer does not
-    // grow by doubling (the loop still reads to the real end in case the file
-    // grew in between). Anything else (a pipe, a device) has no size to
-    // trust and is read up to a bound.
-    std::error_code ec;
-    const bool regular = std::filesystem::is_regular_file(path, ec);
-    if (const auto size = std::filesystem::file_size(path, ec); regular && !ec) bytes.reserve(size);
-    std::byte chunk[65536];
-    std::size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
-        bytes.insert(bytes.end(), chunk, chunk + got);
-        if (!regular && bytes.size() > MaxUnsizedFileBytes)
-            return std::unexpected(makeError(ReadError::Code::TooLong,
-                                             path.string() + ": not a regular file and longer than "
-                                                 + std::to_string(MaxUnsizedFileBytes) + " bytes"));
-    }
-    if (std::ferror(file.get()))
-        return std::unexpected(makeError(ReadError::Code::FileAccess, "cannot read " + path.string()));
-    return bytes;
+    // refused before the rest is read.
+    return readWholeFile<ReadError>(
+        path, SignatureBytes, MaxUnsizedFileBytes,
+        [&](const std::vector<std::byte>& head) { return refusal(recognise(head), head.empty(), path.string() + ": "); },
+        [](WholeFileProblem problem, std::string message) {
+            return makeError(problem == WholeFileProblem::Access ? ReadError::Code::FileAccess : ReadError::Code::TooLong,
+                             std::move(message));
+        });
 }
 
 std::expected<Design, ReadError> readDesignFile(const std::filesystem::path& path)

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "bytes.h"
+#include "kora/dgn/wholefile.h"
 
 namespace Kora::Dgn::V8 {
 
@@ -291,35 +292,16 @@ std::expected<std::vector<std::byte>, ReadError> CompoundFile::read(std::string_
 
 std::expected<std::vector<std::byte>, ReadError> readFileBytes(const std::filesystem::path& path)
 {
-    struct Closer {
-        void operator()(std::FILE* f) const { std::fclose(f); }
-    };
-    std::unique_ptr<std::FILE, Closer> file(std::fopen(path.c_str(), "rb"));
-    if (!file)
-        return std::unexpected(readError(ReadError::Code::FileAccess,
-                                     "cannot open " + path.string() + ": " + std::strerror(errno)));
-    std::vector<std::byte> bytes(SignatureBytes);
-    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
-    if (std::ferror(file.get()))
-        return std::unexpected(readError(ReadError::Code::FileAccess, "cannot read " + path.string()));
-    if (!hasCompoundSignature(bytes))
-        return std::unexpected(readError(ReadError::Code::NotDgn, path.string() + ": not a V8 design file"));
-
-    std::error_code ec;
-    const bool regular = std::filesystem::is_regular_file(path, ec);
-    if (const auto size = std::filesystem::file_size(path, ec); regular && !ec) bytes.reserve(size);
-    std::byte chunk[65536];
-    std::size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
-        bytes.insert(bytes.end(), chunk, chunk + got);
-        if (!regular && bytes.size() > MaxUnsizedFileBytes)
-            return std::unexpected(readError(ReadError::Code::TooLong,
-                                         path.string() + ": not a regular file and longer than "
-                                             + std::to_string(MaxUnsizedFileBytes) + " bytes"));
-    }
-    if (std::ferror(file.get()))
-        return std::unexpected(readError(ReadError::Code::FileAccess, "cannot read " + path.string()));
-    return bytes;
+    return readWholeFile<ReadError>(
+        path, SignatureBytes, MaxUnsizedFileBytes,
+        [&](const std::vector<std::byte>& head) -> std::optional<ReadError> {
+            if (hasCompoundSignature(head)) return std::nullopt;
+            return readError(ReadError::Code::NotDgn, path.string() + ": not a V8 design file");
+        },
+        [](WholeFileProblem problem, std::string message) {
+            return readError(problem == WholeFileProblem::Access ? ReadError::Code::FileAccess : ReadError::Code::TooLong,
+                             std::move(message));
+        });
 }
 
 } // namespace Kora::Dgn::V8

@@ -238,4 +238,21 @@ TEST(V8Damaged, CompoundDocumentThatIsNoDgn)
     EXPECT_EQ(readAll(text)->code, ReadError::Code::NotDgn);
 }
 
+// Files are known by their first bytes before the rest is read: an endless
+// device and a V7 design are refused at once, a missing file is named.
+TEST(V8Damaged, FilesThatAreNoV8DesignAreRefusedBeforeTheyAreRead)
+{
+    const auto device = readFileBytes("/dev/zero");
+    ASSERT_FALSE(device);
+    EXPECT_EQ(device.error().code, ReadError::Code::NotDgn);
+    const auto v7 = readFileBytes(std::filesystem::path(KORA_TEST_DATA_DIR) / "dgn" / "smalltest.dgn");
+    ASSERT_FALSE(v7);
+    EXPECT_EQ(v7.error().code, ReadError::Code::NotDgn);
+    const auto missing = readFileBytes(std::filesystem::path(KORA_TEST_DATA_DIR) / "dgn" / "v8" / "no-such-file.dgn");
+    ASSERT_FALSE(missing);
+    EXPECT_EQ(missing.error().code, ReadError::Code::FileAccess);
+    EXPECT_NE(missing.error().message.find("no-such-file.dgn"), std::string::npos);
+    EXPECT_EQ(Kora::Test::v8SampleBytes().size(), std::filesystem::file_size(Kora::Test::v8Sample()));
+}
+
 } // namespace
